@@ -1,0 +1,45 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace kestrane {
+
+/// The bytes of a whole file. Throws std::runtime_error "cannot read 'PATH'" for anything that is
+/// not a readable file (a folder too).
+std::string readWholeFile(const std::string& path);
+
+/// A file being written. The text goes to a temporary file beside the target, which commit() moves
+/// into place, so that the target is either the old file or the whole new one. A target that exists
+/// and is no plain file (a device, a pipe) is written to directly and never replaced. Without a
+/// commit the destructor removes the temporary file. Not thread-safe.
+class OutputFile {
+ public:
+  /// Throws std::runtime_error "cannot write 'PATH'" where the file cannot be opened.
+  explicit OutputFile(std::string path);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  /// Throws std::runtime_error "cannot write 'PATH'" when the disk is full or the write fails.
+  void write(std::string_view bytes);
+  /// Flushes to disk and moves the file into place; throws like write.
+  void commit();
+
+ private:
+  [[noreturn]] void fail() const;
+
+  std::string path_;
+  std::string temporaryPath_;  // empty when the target is written directly
+  std::FILE* file_ = nullptr;
+};
+
+/// Writes a whole file through OutputFile.
+void writeWholeFile(const std::string& path, std::string_view bytes);
+
+}  // namespace kestrane

@@ -1,0 +1,29 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+namespace kestrane {
+
+/// JSON whose objects keep the order in which keys were written: all documents of the system.
+using Json = nlohmann::ordered_json;
+
+/// Objects and arrays nested deeper than this are refused, so that no reader or writer that
+/// recurses over a document can run out of stack.
+inline constexpr int deepestJson = 256;
+
+/// Parses a whole text (leading and trailing white space is free). Throws std::runtime_error with
+/// one sentence: what is wrong and at which byte, or that the text is nested too deeply. Callers
+/// put the document's name in front.
+Json parseJson(std::string_view text);
+
+/// Checks the key "version" of a document of the given kind ("graph", "guide data", "groom file").
+/// Throws SchemaError with a sentence that names both versions. A missing key counts as 1.
+void checkVersion(const Json& document, std::string_view kind, std::int64_t current,
+                  std::int64_t oldest = 1);
+
+}  // namespace kestrane

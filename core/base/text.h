@@ -1,0 +1,19 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kestrane {
+
+/// The text without the characters " \t\r\n" at both ends.
+std::string_view trimmed(std::string_view text);
+
+/// Appends the shortest decimal text that reads back as the same number, in the C locale. Whole
+/// numbers have no point, as std::to_chars writes them.
+void appendNumber(std::string& text, float value);
+void appendNumber(std::string& text, double value);
+
+}  // namespace kestrane
