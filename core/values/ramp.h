@@ -1,0 +1,53 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "core/base/json.h"
+
+namespace kestrane {
+
+/// A curve over 0..1, such as an effect's strength from root to tip. Smooth ramps are monotone
+/// between keys (Fritsch and Butland 1984), so that they never overshoot.
+class Ramp {
+ public:
+  struct Key {
+    float position = 0.0f;
+    float value = 0.0f;
+    bool operator==(const Key&) const = default;
+  };
+
+  Ramp() = default;
+  /// Keys are sorted by position; keys of one position keep their order.
+  Ramp(std::vector<Key> keys, bool linear = false);
+
+  const std::vector<Key>& keys() const { return keys_; }
+  bool linear() const { return linear_; }
+
+  /// The value at t; 1 without keys, the end keys' values outside them.
+  float evaluate(float t) const;
+
+  bool operator==(const Ramp& other) const {
+    return keys_ == other.keys_ && linear_ == other.linear_;
+  }
+  std::uint64_t hash(std::uint64_t seed) const;
+
+ private:
+  std::vector<Key> keys_;
+  std::vector<float> tangents_;  // one per key, found once
+  bool linear_ = false;
+};
+
+/// {"keys": [[position, value], ...], "linear": true}, the second key only when true.
+Json rampToJson(const Ramp& ramp);
+/// Whether the JSON has the form of a ramp: such an object, or the bare array of keys. Fills `ramp`
+/// only then. Positions and values must be finite numbers.
+bool rampFromJson(const Json& json, Ramp& ramp);
+/// A ramp's text. Throws GraphError "ramp: malformed JSON" or
+/// "ramp: needs keys [[position, value], ...]".
+Ramp rampFromText(const std::string& text);
+
+}  // namespace kestrane
