@@ -1,0 +1,108 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/graph/operator.h"
+
+namespace kestrane {
+
+/// When a node takes part; otherwise it passes its first input through.
+enum class NodeEvaluation : std::uint32_t { always, viewportOnly, renderOnly };
+
+/// "always", "viewportOnly" or "renderOnly"; "always" for any other value.
+std::string_view nodeEvaluationWord(NodeEvaluation evaluation);
+/// Throws GraphError for an unknown word.
+NodeEvaluation nodeEvaluationFromWord(std::string_view word);
+
+/// What a node remembers of its last evaluation.
+struct NodeCache {
+  std::uint64_t cacheKey = 0;  // full key of the result
+  bool cached = false;         // whether the fields below are valid
+  std::vector<GraphValue> outputs;
+  std::uint64_t revision = 0;  // identifies this result in the process
+  std::uint64_t ownKey = 0;    // key of the node alone
+  std::vector<std::uint64_t> inputRevisions;
+  std::vector<GraphValue> inputs;         // guides and meshes only: what the result was made from
+  std::vector<StrandChangesPtr> changes;  // per output; null: everything
+  std::uint64_t previousRevision = 0;     // the revision that `changes` is relative to
+  bool changesFollowInput = false;
+  ScalpMeshPtr surface;  // that the result's strands are rooted on
+};
+
+/// How a node ran last.
+struct NodeReport {
+  double milliseconds = 0.0;
+  std::string run;    // "bypass", "full", "full 12", "incremental 3", ...
+  std::string notes;  // warnings and advice, joined by "; "
+};
+
+struct Node {
+  std::unique_ptr<Operator> op;              // never null
+  std::vector<std::uint32_t> sources;        // one per input port, 0 if open
+  std::vector<std::uint64_t> sourceOutputs;  // which output of the source
+  std::vector<std::string> paramInputs;      // parameters exposed as further input ports
+  std::map<std::string, std::vector<std::string>> paramControls;
+  bool bypass = false;
+  NodeEvaluation evaluation = NodeEvaluation::always;
+  std::string name;  // unique within the graph
+  double uiX = 0.0, uiY = 0.0;
+  NodeCache cache;
+};
+
+/// The nodes of a groom and their wiring. Not thread-safe; written only between evaluations.
+class Graph {
+ public:
+  Graph();
+  ~Graph();
+  Graph(Graph&&) noexcept;
+  Graph& operator=(Graph&&) noexcept;
+
+  /// Takes the operator and names the node after its type, made unique. Returns its ID, from 1.
+  std::uint32_t addNode(std::unique_ptr<Operator> op, std::string name = {});
+  /// Removes the node and opens all inputs that came from it.
+  void removeNode(std::uint32_t id);
+  /// Wires an output to an input. Throws GraphError and changes nothing when the slots, types or
+  /// direction do not fit.
+  void connect(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+               std::size_t outputSlot = 0);
+  void disconnect(std::uint32_t to, std::size_t inputSlot);
+
+  Node& node(std::uint32_t id);  // throws GraphError "unknown node N"
+  const Node& node(std::uint32_t id) const;
+  std::uint32_t findNode(std::string_view name) const;  // 0 if there is none
+  const std::map<std::uint32_t, Node>& nodes() const { return nodes_; }
+  std::map<std::uint32_t, Node>& nodes() { return nodes_; }
+
+  /// The operator's inputs followed by one port per exposed parameter.
+  std::vector<PortSpec> inputPorts(const Node& node) const;
+  /// The type that an output really carries: Curves is followed up the first inputs.
+  PortType resolvedOutputType(std::uint32_t id, std::size_t output) const;
+
+  void setParamInputs(std::uint32_t id, std::vector<std::string> names);
+  void setParamControls(std::uint32_t id, std::map<std::string, std::vector<std::string>> controls);
+
+  // What the evaluation keeps beside the nodes' own caches.
+  struct CachedResult {
+    NodeCache cache;
+  };
+  std::map<std::uint64_t, CachedResult> resultCache;
+  bool retainResults = true;
+  std::uint64_t nodesEvaluated = 0;
+  std::uint64_t nodesIncremental = 0;
+  std::map<std::uint32_t, NodeReport> reports;
+
+ private:
+  std::map<std::uint32_t, Node> nodes_;
+  std::uint32_t nextId_ = 1;
+};
+
+}  // namespace kestrane

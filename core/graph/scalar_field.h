@@ -1,0 +1,106 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/graph/operator.h"
+
+namespace kestrane {
+
+/// One parameter, resolved for one evaluation: a number per strand or per point, wherever it comes
+/// from (a wire, then a map, then the plain value). Built before a parallel loop and read from all
+/// threads through FieldReaders; immutable.
+class ScalarField {
+ public:
+  ScalarField() = default;
+  explicit ScalarField(float constant) : constant_(constant) {}
+
+  bool isConstant() const { return source_ == nullptr; }
+  /// The value of a constant field.
+  float constant() const { return constant_; }
+  /// Whether it varies along a strand.
+  bool perPoint() const { return source_ != nullptr && source_->perPoint; }
+  /// Whether a strand's value depends on other strands too (an expression of `longest` or
+  /// `index`), so that a change of one may change all.
+  bool readsWholeSet() const { return source_ != nullptr && source_->wholeSet; }
+
+  /// What stands behind a field that varies.
+  struct Source {
+    virtual ~Source() = default;
+    /// One value per point of the strand where perPoint, else one value.
+    virtual void values(std::size_t strand, std::span<float> out) const = 0;
+    bool perPoint = false;
+    bool wholeSet = false;
+  };
+  explicit ScalarField(std::shared_ptr<const Source> source) : source_(std::move(source)) {}
+  const Source* source() const { return source_.get(); }
+
+ private:
+  float constant_ = 0.0f;
+  std::shared_ptr<const Source> source_;
+};
+
+/// Reads a field inside one chunk of a parallel loop, through a buffer of its own.
+class FieldReader {
+ public:
+  explicit FieldReader(const ScalarField& field) : field_(field) {}
+
+  /// The strand's one value; a field that varies along the strand is read at its root.
+  float strand(std::size_t strand);
+  /// The value at each of the strand's `count` points. Good until the next call.
+  const float* points(std::size_t strand, std::size_t count);
+
+ private:
+  const ScalarField& field_;
+  std::vector<float> buffer_;
+};
+
+/// Where a field is to be read: strands, the surface that they are rooted on, and the guides to
+/// read layers from where there are no strands yet.
+struct FieldTarget {
+  const StrandSet* strands = nullptr;
+  ScalpMeshPtr surface;
+  GuideSetPtr guides;
+};
+
+/// Binds one parameter of an operator. Throws GraphError with a sentence that begins with
+/// "param 'NAME': " where a map does not fit.
+ScalarField bindParam(const Operator& op, std::string_view name, const EvalContext& context,
+                      const FieldTarget& target);
+
+/// A value per strand or point of a vec3 parameter, which may be an expression.
+class VectorField {
+ public:
+  explicit VectorField(Vec3f constant) : constant_(constant) {}
+  struct Source {
+    virtual ~Source() = default;
+    virtual void values(std::size_t strand, std::span<Vec3f> out) const = 0;
+    bool perPoint = false;
+    bool wholeSet = false;
+  };
+  explicit VectorField(std::shared_ptr<const Source> source) : source_(std::move(source)) {}
+  bool isConstant() const { return source_ == nullptr; }
+  Vec3f constant() const { return constant_; }
+  const Source* source() const { return source_.get(); }
+
+ private:
+  Vec3f constant_;
+  std::shared_ptr<const Source> source_;
+};
+VectorField bindVectorParam(const Operator& op, std::string_view name, const EvalContext& context,
+                            const FieldTarget& target);
+
+/// A hash of what the parameters' maps and expressions read from the context (time, files, painted
+/// maps), so that a node runs again when they change.
+std::uint64_t paramsContextKey(const ParamSet& params, const EvalContext& context);
+/// Whether any parameter reads the time.
+bool paramsReadTime(const ParamSet& params);
+
+}  // namespace kestrane

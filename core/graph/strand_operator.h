@@ -1,0 +1,121 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "core/base/parallel.h"
+#include "core/graph/operator.h"
+#include "core/graph/scalar_field.h"
+
+namespace kestrane {
+
+/// The strands that one chunk of a loop runs: a range of indices, or of places in a list of them.
+class StrandRange {
+ public:
+  StrandRange(const std::uint32_t* list, std::size_t begin, std::size_t end)
+      : list_(list), begin_(begin), end_(end) {}
+
+  struct Iterator {
+    const std::uint32_t* list;
+    std::size_t place;
+    std::size_t operator*() const { return list ? list[place] : place; }
+    Iterator& operator++() { return ++place, *this; }
+    bool operator!=(const Iterator& other) const { return place != other.place; }
+  };
+  Iterator begin() const { return {list_, begin_}; }
+  Iterator end() const { return {list_, end_}; }
+
+ private:
+  const std::uint32_t* list_;
+  std::size_t begin_, end_;
+};
+
+/// One run of a per-strand operator: over all strands, or over the changed strands alone, which the
+/// operator cannot tell apart. It binds parameters, hands out the arrays to write, each detached
+/// once and no other touched, and runs the loop.
+///
+/// Order of use: bind fields and read parameters; then ask for arrays; then run the kernel. A
+/// kernel reads from input() and must write every element of the strands that it is given in each
+/// array that was asked for; it looks at no other strand.
+class StrandEdit {
+ public:
+  const EvalContext& context() const { return context_; }
+  const StrandSet& input() const { return *input_; }
+  /// The whole inputs, for ports beside the first.
+  std::span<const GraphValue> inputs() const { return inputs_; }
+  const ScalpMesh* surface() const { return context_.surface.get(); }
+
+  // Parameters.
+  ScalarField field(std::string_view param);
+  VectorField vectorField(std::string_view param);
+  /// For an operator whose result at one strand depends on others: gives up the incremental path.
+  void readsWholeSet();
+
+  /// A new number of points per strand. IDs, roots and strand channels stay; points, widths and all
+  /// point channels are then to be asked for and written.
+  void setPointCounts(std::span<const std::uint32_t> counts);
+
+  // Arrays to write; each covers the whole set.
+  std::span<Vec3f> points();
+  std::span<float> widths();
+  std::span<float> strandChannel(std::string_view name, float defaultValue = 0.0f);
+  std::span<float> pointChannel(std::string_view name, float defaultValue = 0.0f);
+  void removeStrandChannel(std::string_view name);
+  void removePointChannel(std::string_view name);
+  /// The layout of what is written: the input's, or that of setPointCounts.
+  const Array<std::uint64_t>& offsets() const;
+
+  /// Runs kernel(StrandRange) over the strands, in parallel, in chunks of at least `grain`.
+  template <class Kernel>
+  void run(std::size_t grain, Kernel&& kernel) {
+    const std::uint32_t* list = changed_ ? changed_->data() : nullptr;
+    parallelRange(
+        0, changed_ ? changed_->size() : input_->strandCount(), grain,
+        [&](std::size_t first, std::size_t last) { kernel(StrandRange(list, first, last)); });
+  }
+  /// The strands go on as they came.
+  void passThrough() { passed_ = true; }
+
+ private:
+  friend class StrandOperator;
+  StrandEdit(const Operator& op, const EvalContext& context, std::span<const GraphValue> inputs,
+             StrandSetPtr input);
+
+  const Operator& op_;
+  const EvalContext& context_;
+  std::span<const GraphValue> inputs_;
+  StrandSetPtr input_;
+  StrandSet output_;
+  bool passed_ = false;
+  bool relaid_ = false;
+  std::shared_ptr<StrandSet> previous_;                  // incremental: recycled or copied from
+  const std::vector<std::uint32_t>* changed_ = nullptr;  // incremental: the strands to run
+};
+
+/// An operator that makes each strand of its first input anew, looking at no other strand: it gives
+/// edit(), and gets the whole and the incremental evaluation from it.
+class StrandOperator : public DeclaredOperator {
+ public:
+  using DeclaredOperator::DeclaredOperator;
+
+  GraphValue evaluate(const EvalContext& context, std::span<const GraphValue> inputs) override;
+  bool evaluateChanged(const EvalContext& context, std::span<const GraphValue> inputs,
+                       IncrementalState& state, GraphValue& result,
+                       StrandChangesPtr& changes) override;
+
+ protected:
+  virtual void edit(StrandEdit& edit) = 0;
+  /// The strands to make anew, given what changed on the inputs; null declines. By default the
+  /// first input's changed strands, where no other input changed.
+  virtual StrandChangesPtr strandsToRun(const EvalContext& context,
+                                        std::span<const GraphValue> inputs,
+                                        const IncrementalState& state);
+};
+
+}  // namespace kestrane

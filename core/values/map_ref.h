@@ -1,0 +1,33 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <string>
+
+namespace kestrane {
+
+/// Where a mapped parameter's values come from.
+enum class MapSource {
+  texture,     // an image file at the scalp's UVs
+  colorSet,    // a colour set on the scalp, by name
+  attribute,   // a strand or point channel, by name
+  expression,  // a formula
+  guide,       // a layer painted on the guides
+};
+
+/// Which part of a colour is read.
+enum class MapComponent { r, g, b, a, luminance };
+
+/// A parameter's binding to a map. A sample s becomes min + (max - min) s, which is no clamp.
+struct MapRef {
+  MapSource source = MapSource::texture;
+  std::string text;  // the file, set, channel, formula or layer
+  MapComponent component = MapComponent::luminance;
+  float min = 0.0f;
+  float max = 1.0f;
+
+  bool operator==(const MapRef&) const = default;
+};
+
+}  // namespace kestrane
