@@ -87,15 +87,24 @@ class StrandEdit {
   StrandEdit(const Operator& op, const EvalContext& context, std::span<const GraphValue> inputs,
              StrandSetPtr input);
 
+  /// Turns the run into one over the changed strands, on top of the previous result. False where
+  /// that result does not fit.
+  bool beginChanged(GraphValue& previous, const StrandChanges& changes, bool mayRecycle);
+  /// The previous result, to take arrays from: itself where nobody else holds it, else a copy.
+  StrandSet& previous();
+  GraphValue finish();
+
   const Operator& op_;
   const EvalContext& context_;
   std::span<const GraphValue> inputs_;
   StrandSetPtr input_;
   StrandSet output_;
   bool passed_ = false;
-  bool relaid_ = false;
-  std::shared_ptr<StrandSet> previous_;                  // incremental: recycled or copied from
-  const std::vector<std::uint32_t>* changed_ = nullptr;  // incremental: the strands to run
+  // Of a run over changed strands alone:
+  const std::vector<std::uint32_t>* changed_ = nullptr;
+  GraphValue* previousValue_ = nullptr;
+  std::shared_ptr<StrandSet> previous_;
+  bool mayRecycle_ = false;
 };
 
 /// An operator that makes each strand of its first input anew, looking at no other strand: it gives

@@ -1,0 +1,173 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/graph/strand_operator.h"
+
+#include <utility>
+
+#include "core/base/errors.h"
+
+namespace kestrane {
+
+namespace {
+
+/// Thrown inside a run over changed strands that turns out to need all of them; never leaves this
+/// file.
+struct NeedsWholeSet {};
+
+GuideSetPtr guidesAmong(std::span<const GraphValue> inputs) {
+  for (const GraphValue& value : inputs) {
+    if (auto guides = valueAs<GuideSet>(value)) return guides;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+StrandEdit::StrandEdit(const Operator& op, const EvalContext& context,
+                       std::span<const GraphValue> inputs, StrandSetPtr input)
+    : op_(op), context_(context), inputs_(inputs), input_(std::move(input)), output_(*input_) {}
+
+bool StrandEdit::beginChanged(GraphValue& previous, const StrandChanges& changes, bool mayRecycle) {
+  const StrandSetPtr set = valueAs<StrandSet>(previous);
+  if (!set || set->strandCount() != input_->strandCount()) return false;
+  changed_ = &changes.strands;
+  previousValue_ = &previous;
+  mayRecycle_ = mayRecycle;
+  return true;
+}
+
+StrandSet& StrandEdit::previous() {
+  if (!previous_) {
+    auto set = std::get<StrandSetPtr>(*previousValue_);
+    // Two holders: this pointer and the value. With no third the old result is ours to take apart.
+    if (mayRecycle_ && set.use_count() == 2) {
+      *previousValue_ = std::monostate();
+      previous_ = std::const_pointer_cast<StrandSet>(std::move(set));
+    } else {
+      previous_ = std::make_shared<StrandSet>(*set);
+    }
+  }
+  return *previous_;
+}
+
+ScalarField StrandEdit::field(std::string_view param) {
+  ScalarField bound =
+      bindParam(op_, param, context_, {input_.get(), context_.surface, guidesAmong(inputs_)});
+  if (bound.readsWholeSet()) readsWholeSet();
+  return bound;
+}
+
+VectorField StrandEdit::vectorField(std::string_view param) {
+  VectorField bound =
+      bindVectorParam(op_, param, context_, {input_.get(), context_.surface, guidesAmong(inputs_)});
+  if (bound.source() != nullptr && bound.source()->wholeSet) readsWholeSet();
+  return bound;
+}
+
+void StrandEdit::readsWholeSet() {
+  if (changed_ != nullptr) throw NeedsWholeSet();
+}
+
+void StrandEdit::setPointCounts(std::span<const std::uint32_t> counts) {
+  StrandSet laid;
+  if (changed_ != nullptr) {
+    const StrandSet& before = *std::get<StrandSetPtr>(*previousValue_);
+    const auto& offsets = before.offsets();
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+      if (offsets[i + 1] - offsets[i] != counts[i]) throw NeedsWholeSet();
+    }
+    laid = before;
+    for (const std::string& name : laid.strandChannelNames()) laid.removeStrandChannel(name);
+  } else {
+    laid.resizeFromCounts(counts, StrandSet::keepPoints | StrandSet::keepWidths);
+  }
+  laid.shareIdsFrom(*input_);
+  laid.shareRootsFrom(*input_);
+  for (const std::string& name : input_->strandChannelNames()) {
+    laid.shareStrandChannelFrom(name, *input_);
+  }
+  laid.cardMesh = input_->cardMesh;
+  laid.featherLayers = input_->featherLayers;
+  laid.scaleMeshes = input_->scaleMeshes;
+  output_ = std::move(laid);
+}
+
+std::span<Vec3f> StrandEdit::points() {
+  if (changed_ == nullptr) return output_.overwritePoints();
+  output_.takePointsFrom(previous());
+  return output_.mutablePoints();
+}
+
+std::span<float> StrandEdit::widths() {
+  if (changed_ == nullptr) return output_.overwriteWidths();
+  output_.takeWidthsFrom(previous());
+  return output_.mutableWidths();
+}
+
+std::span<float> StrandEdit::strandChannel(std::string_view name, float defaultValue) {
+  if (changed_ == nullptr) return output_.overwriteStrandChannel(name, defaultValue);
+  if (!output_.takeStrandChannelFrom(name, previous())) throw NeedsWholeSet();
+  return *output_.mutableStrandChannel(name);
+}
+
+std::span<float> StrandEdit::pointChannel(std::string_view name, float defaultValue) {
+  if (changed_ == nullptr) return output_.overwritePointChannel(name, defaultValue);
+  if (!output_.takePointChannelFrom(name, previous())) throw NeedsWholeSet();
+  return *output_.mutablePointChannel(name);
+}
+
+void StrandEdit::removeStrandChannel(std::string_view name) {
+  output_.removeStrandChannel(name);
+}
+
+void StrandEdit::removePointChannel(std::string_view name) {
+  output_.removePointChannel(name);
+}
+
+const Array<std::uint64_t>& StrandEdit::offsets() const {
+  return output_.offsets();
+}
+
+GraphValue StrandEdit::finish() {
+  if (passed_) return input_;
+  return std::make_shared<const StrandSet>(std::move(output_));
+}
+
+GraphValue StrandOperator::evaluate(const EvalContext& context,
+                                    std::span<const GraphValue> inputs) {
+  StrandSetPtr input = valueAs<StrandSet>(inputs[0]);
+  if (!input) return {};
+  StrandEdit run(*this, context, inputs, std::move(input));
+  edit(run);
+  return run.finish();
+}
+
+bool StrandOperator::evaluateChanged(const EvalContext& context, std::span<const GraphValue> inputs,
+                                     IncrementalState& state, GraphValue& result,
+                                     StrandChangesPtr& changes) {
+  StrandSetPtr input = valueAs<StrandSet>(inputs[0]);
+  if (!input) return false;
+  const StrandChangesPtr which = strandsToRun(context, inputs, state);
+  if (!which || which->all) return false;
+  StrandEdit run(*this, context, inputs, std::move(input));
+  if (!run.beginChanged(state.previous[0], *which, state.mayRecycle)) return false;
+  try {
+    edit(run);
+  } catch (const NeedsWholeSet&) {
+    return false;
+  }
+  result = run.finish();
+  changes = which;
+  return true;
+}
+
+StrandChangesPtr StrandOperator::strandsToRun(const EvalContext&, std::span<const GraphValue>,
+                                              const IncrementalState& state) {
+  for (std::size_t i = 1; i < state.inputChanges.size(); ++i) {
+    if (!state.inputChanges[i] || !state.inputChanges[i]->empty()) return nullptr;
+  }
+  return state.inputChanges[0];
+}
+
+}  // namespace kestrane
