@@ -40,6 +40,7 @@ bool StrandEdit::beginChanged(GraphValue& previous, const StrandChanges& changes
 StrandSet& StrandEdit::previous() {
   if (!previous_) {
     auto set = std::get<StrandSetPtr>(*previousValue_);
+    if (set->pointCount() != output_.pointCount()) throw NeedsWholeSet();
     // Two holders: this pointer and the value. With no third the old result is ours to take apart.
     if (mayRecycle_ && set.use_count() == 2) {
       *previousValue_ = std::monostate();
@@ -69,16 +70,21 @@ void StrandEdit::readsWholeSet() {
   if (changed_ != nullptr) throw NeedsWholeSet();
 }
 
-void StrandEdit::setPointCounts(std::span<const std::uint32_t> counts) {
+std::size_t StrandEdit::previousPointCount(std::size_t strand) const {
+  const auto& offsets = std::get<StrandSetPtr>(*previousValue_)->offsets();
+  return offsets[strand + 1] - offsets[strand];
+}
+
+void StrandEdit::needWholeSet() {
+  throw NeedsWholeSet();
+}
+
+void StrandEdit::layOut(std::span<const std::uint32_t> counts) {
   StrandSet laid;
   if (changed_ != nullptr) {
-    const StrandSet& before = *std::get<StrandSetPtr>(*previousValue_);
-    const auto& offsets = before.offsets();
-    for (std::size_t i = 0; i < counts.size(); ++i) {
-      if (offsets[i + 1] - offsets[i] != counts[i]) throw NeedsWholeSet();
-    }
-    laid = before;
+    laid = *std::get<StrandSetPtr>(*previousValue_);
     for (const std::string& name : laid.strandChannelNames()) laid.removeStrandChannel(name);
+    for (const std::string& name : laid.pointChannelNames()) laid.removePointChannel(name);
   } else {
     laid.resizeFromCounts(counts, StrandSet::keepPoints | StrandSet::keepWidths);
   }

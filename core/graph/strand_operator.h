@@ -57,9 +57,26 @@ class StrandEdit {
   /// For an operator whose result at one strand depends on others: gives up the incremental path.
   void readsWholeSet();
 
-  /// A new number of points per strand. IDs, roots and strand channels stay; points, widths and all
-  /// point channels are then to be asked for and written.
-  void setPointCounts(std::span<const std::uint32_t> counts);
+  /// A new number of points for every strand, from count(strand), which may run in parallel. IDs,
+  /// roots and strand channels stay; points, widths and every point channel of the input are then
+  /// to be asked for and written.
+  template <class Count>
+  void setPointCounts(std::size_t grain, Count&& count) {
+    std::vector<std::uint32_t> counts(changed_ ? 0 : input_->strandCount());
+    if (changed_ != nullptr) {
+      // The changed strands must fit into the places that they had.
+      for (const std::uint32_t strand : *changed_) {
+        if (count(strand) != previousPointCount(strand)) needWholeSet();
+      }
+    } else {
+      parallelRange(0, counts.size(), grain, [&](std::size_t first, std::size_t last) {
+        for (std::size_t strand = first; strand < last; ++strand) {
+          counts[strand] = static_cast<std::uint32_t>(count(strand));
+        }
+      });
+    }
+    layOut(counts);
+  }
 
   // Arrays to write; each covers the whole set.
   std::span<Vec3f> points();
@@ -92,6 +109,9 @@ class StrandEdit {
   bool beginChanged(GraphValue& previous, const StrandChanges& changes, bool mayRecycle);
   /// The previous result, to take arrays from: itself where nobody else holds it, else a copy.
   StrandSet& previous();
+  std::size_t previousPointCount(std::size_t strand) const;
+  [[noreturn]] static void needWholeSet();
+  void layOut(std::span<const std::uint32_t> counts);
   GraphValue finish();
 
   const Operator& op_;
