@@ -71,7 +71,8 @@ ParamBuilder param(std::string name, const char* value, std::string description)
 ParamBuilder param(std::string name, Vec3f value, std::string description);
 ParamBuilder param(std::string name, Ramp value, std::string description);
 
-/// Words as values, for showWhen.
+/// Words and whole numbers as values, for showWhen and unitWhen.
 std::vector<ParamValue> words(std::vector<std::string> texts);
+std::vector<ParamValue> integers(std::vector<std::int64_t> numbers);
 
 }  // namespace kestrane
