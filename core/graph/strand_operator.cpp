@@ -99,6 +99,15 @@ void StrandEdit::layOut(std::span<const std::uint32_t> counts) {
   output_ = std::move(laid);
 }
 
+std::vector<StrandEdit::ChannelArrays> StrandEdit::pointChannelArrays() {
+  std::vector<ChannelArrays> arrays;
+  for (const std::string& name : input_->pointChannelNames()) {
+    const float* in = input_->pointChannel(name)->data();
+    arrays.push_back({in, pointChannel(name, input_->pointChannelDefault(name)).data()});
+  }
+  return arrays;
+}
+
 std::span<Vec3f> StrandEdit::points() {
   if (changed_ == nullptr) return output_.overwritePoints();
   output_.takePointsFrom(previous());

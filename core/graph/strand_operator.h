@@ -96,6 +96,35 @@ class StrandEdit {
         0, changed_ ? changed_->size() : input_->strandCount(), grain,
         [&](std::size_t first, std::size_t last) { kernel(StrandRange(list, first, last)); });
   }
+  /// After setPointCounts: writes points, widths and every point channel of the input at new
+  /// places. make(strand, apply) finds the strand's places and hands them to apply(places) once,
+  /// where places.apply(values, out) turns old values per point into new ones.
+  template <class Make>
+  void resampleAll(std::size_t grain, Make&& make) {
+    const std::vector<ChannelArrays> channels = pointChannelArrays();
+    const std::span<Vec3f> newPoints = points();
+    const std::span<float> newWidths = widths();
+    const auto& from = input_->offsets();
+    const auto& to = offsets();
+    run(grain, [&](const StrandRange& strands) {
+      for (const std::size_t strand : strands) {
+        const std::size_t begin = to[strand], count = to[strand + 1] - begin;
+        const std::size_t old = from[strand], oldCount = from[strand + 1] - old;
+        if (count == 0) continue;
+        make(strand, [&](const auto& places) {
+          places.apply(std::span(input_->points().data() + old, oldCount),
+                       newPoints.subspan(begin, count));
+          places.apply(std::span(input_->widths().data() + old, oldCount),
+                       newWidths.subspan(begin, count));
+          for (const ChannelArrays& channel : channels) {
+            places.apply(std::span(channel.in + old, oldCount),
+                         std::span(channel.out + begin, count));
+          }
+        });
+      }
+    });
+  }
+
   /// The strands go on as they came.
   void passThrough() { passed_ = true; }
 
@@ -109,6 +138,11 @@ class StrandEdit {
   bool beginChanged(GraphValue& previous, const StrandChanges& changes, bool mayRecycle);
   /// The previous result, to take arrays from: itself where nobody else holds it, else a copy.
   StrandSet& previous();
+  struct ChannelArrays {
+    const float* in;
+    float* out;
+  };
+  std::vector<ChannelArrays> pointChannelArrays();
   std::size_t previousPointCount(std::size_t strand) const;
   [[noreturn]] static void needWholeSet();
   void layOut(std::span<const std::uint32_t> counts);
