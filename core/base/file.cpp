@@ -3,8 +3,7 @@
 
 #include "core/base/file.h"
 
-#include <atomic>
-#include <filesystem>
+#include <cerrno>
 #include <stdexcept>
 
 namespace kestrane {
@@ -14,11 +13,13 @@ namespace fs = std::filesystem;
 std::string readWholeFile(const std::string& path) {
   const auto fail = [&] { return std::runtime_error("cannot read '" + path + "'"); };
   std::error_code error;
-  if (fs::is_directory(path, error)) throw fail();
+  const fs::file_status status = fs::status(path, error);
+  // A device such as /dev/zero need not end.
+  if (fs::is_directory(status) || fs::is_character_file(status)) throw fail();
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) throw fail();
   std::string bytes;
-  const auto expected = fs::is_regular_file(path, error) ? fs::file_size(path, error) : 0;
+  const auto expected = fs::is_regular_file(status) ? fs::file_size(path, error) : 0;
   if (!error) bytes.reserve(expected + 1);
   char buffer[1 << 16];
   std::size_t count = 0;
@@ -32,22 +33,38 @@ std::string readWholeFile(const std::string& path) {
 OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
   std::error_code error;
   const fs::file_status status = fs::status(path_, error);
-  const bool direct = fs::exists(status) && !fs::is_regular_file(status);
   if (fs::is_directory(status)) fail();
-  if (!direct) {
-    // A link is followed, so that it keeps pointing at the file that it points at. The number keeps
-    // two writers in one process apart.
-    static std::atomic<unsigned> number = 0;
-    if (fs::is_symlink(fs::symlink_status(path_, error))) {
-      const fs::path target = fs::weakly_canonical(path_, error);
-      if (!error) path_ = target.string();
-    }
-    temporaryPath_ = path_ + ".tmp" + std::to_string(number++);
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    file_ = std::fopen(path_.c_str(), "wb");
+  } else {
+    openBeside(status);
   }
-  file_ = std::fopen((direct ? path_ : temporaryPath_).c_str(), "wb");
-  if (file_ == nullptr) {
-    temporaryPath_.clear();
-    fail();
+  if (file_ == nullptr) fail();
+}
+
+/// Opens a new file beside the target, which has this status.
+void OutputFile::openBeside(const fs::file_status& target) {
+  std::error_code error;
+  // A link is followed, so that it keeps pointing at the file that it points at.
+  if (fs::is_symlink(fs::symlink_status(path_, error))) {
+    const fs::path linked = fs::weakly_canonical(path_, error);
+    if (!error) path_ = linked.string();
+  }
+  if (fs::exists(target)) {
+    // A file that is protected against writing is not replaced either.
+    std::FILE* old = std::fopen(path_.c_str(), "r+b");
+    if (old == nullptr) return;
+    std::fclose(old);
+  }
+  // Opening fails where the name is taken: by another writer, or by somebody's own file.
+  for (int number = 0; number < 1000 && file_ == nullptr; ++number) {
+    const std::string name = path_ + ".tmp" + std::to_string(number);
+    file_ = std::fopen(name.c_str(), "wbx");
+    if (file_ != nullptr) temporaryPath_ = name;
+    if (file_ == nullptr && errno != EEXIST) return;
+  }
+  if (file_ != nullptr && fs::exists(target)) {
+    fs::permissions(temporaryPath_, target.permissions(), error);
   }
 }
 

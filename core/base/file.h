@@ -5,19 +5,21 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
 namespace kestrane {
 
 /// The bytes of a whole file. Throws std::runtime_error "cannot read 'PATH'" for anything that is
-/// not a readable file (a folder too).
+/// not a readable file (a folder or a device too).
 std::string readWholeFile(const std::string& path);
 
-/// A file being written. The text goes to a temporary file beside the target, which commit() moves
+/// A file being written. The bytes go to a temporary file beside the target, which commit() moves
 /// into place, so that the target is either the old file or the whole new one. A target that exists
-/// and is no plain file (a device, a pipe) is written to directly and never replaced. Without a
-/// commit the destructor removes the temporary file. Not thread-safe.
+/// and is no plain file (a device, a pipe) is written to directly and never replaced; one that may
+/// not be written is not replaced either. Without a commit the destructor removes the temporary
+/// file. Not thread-safe.
 class OutputFile {
  public:
   /// Throws std::runtime_error "cannot write 'PATH'" where the file cannot be opened.
@@ -28,10 +30,11 @@ class OutputFile {
 
   /// Throws std::runtime_error "cannot write 'PATH'" when the disk is full or the write fails.
   void write(std::string_view bytes);
-  /// Flushes to disk and moves the file into place; throws like write.
+  /// Closes the file and moves the file into place; throws like write.
   void commit();
 
  private:
+  void openBeside(const std::filesystem::file_status& target);
   [[noreturn]] void fail() const;
 
   std::string path_;

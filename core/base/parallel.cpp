@@ -37,17 +37,11 @@ void applyLimit(ParallelState& state, std::size_t n) {
   state.arena.swap(arena);
 }
 
-std::size_t limitFromEnvironment() {
-  const char* text = std::getenv("KESTRANE_THREADS");
-  if (text == nullptr || *text == '\0') return 0;
-  char* end = nullptr;
-  const unsigned long value = std::strtoul(text, &end, 10);
-  return *end == '\0' ? value : 0;
-}
-
 ParallelState& parallelState() {
   static auto* state = new ParallelState;
-  std::call_once(state->environmentRead, [] { applyLimit(*state, limitFromEnvironment()); });
+  std::call_once(state->environmentRead, [] {
+    applyLimit(*state, detail::parseThreadLimit(std::getenv("KESTRANE_THREADS")));
+  });
   return *state;
 }
 
@@ -71,26 +65,52 @@ void setThreadCount(std::size_t n) {
 
 namespace detail {
 
-void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
-                   void* context) {
-  if (begin >= end) return;
-  if (grain == 0) grain = 1;
-  const auto loop = [&] {
-    tbb::parallel_for(
-        tbb::blocked_range<std::size_t>(begin, end, grain),
-        [&](const tbb::blocked_range<std::size_t>& range) {
-          body(context, range.begin(), range.end());
-        },
-        tbb::auto_partitioner());
-  };
-  // A caller already inside an arena at least as narrow as the limit stays there: this is what
-  // keeps loops nested in a capped run capped.
+namespace {
+
+/// Runs the loop inside the limit's arena. A caller already inside an arena at least as narrow as
+/// the limit stays there: this is what keeps loops nested in a capped run capped.
+template <class Loop>
+void inCurrentArena(const Loop& loop) {
   const auto arena = currentArena();
   if (arena && tbb::this_task_arena::max_concurrency() > arena->max_concurrency()) {
     arena->execute(loop);
   } else {
     loop();
   }
+}
+
+void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
+                void* context) {
+  tbb::parallel_for(
+      tbb::blocked_range<std::size_t>(begin, end, grain == 0 ? 1 : grain),
+      [&](const tbb::blocked_range<std::size_t>& range) {
+        body(context, range.begin(), range.end());
+      },
+      tbb::auto_partitioner());
+}
+
+}  // namespace
+
+void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
+                   void* context) {
+  if (begin >= end) return;
+  inCurrentArena([&] { plainRange(begin, end, grain, body, context); });
+}
+
+void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
+                   void* context) {
+  if (begin >= end) return;
+  // Into the arena first: changing arenas inside would leave the isolation.
+  inCurrentArena([&] {
+    tbb::this_task_arena::isolate([&] { plainRange(begin, end, grain, body, context); });
+  });
+}
+
+std::size_t parseThreadLimit(const char* text) {
+  if (text == nullptr || *text == '\0') return 0;
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(text, &end, 10);
+  return *end == '\0' ? value : 0;
 }
 
 void runWithThreads(std::size_t threads, WholeBody body, void* context) {

@@ -28,6 +28,15 @@ using WholeBody = void (*)(void* context);
 void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                    void* context);
 
+/// The same, but the calling thread takes up no work of loops around this one while it waits. For
+/// loops under a lock that the outer loops' bodies may ask for, too.
+void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
+                   void* context);
+
+/// What KESTRANE_THREADS asks for: the number, or 0 (no limit) where the text is null, empty or
+/// anything but one decimal number.
+std::size_t parseThreadLimit(const char* text);
+
 /// Runs the body with every parallel loop in it capped to `threads` (0: no cap).
 void runWithThreads(std::size_t threads, WholeBody body, void* context);
 
@@ -39,6 +48,18 @@ template <class Body>
 void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, Body&& body) {
   using Plain = std::remove_reference_t<Body>;
   detail::parallelRange(
+      begin, end, grain,
+      [](void* context, std::size_t first, std::size_t last) {
+        (*static_cast<Plain*>(context))(first, last);
+      },
+      const_cast<void*>(static_cast<const void*>(std::addressof(body))));
+}
+
+/// parallelRange for a loop that runs under a lock; see detail::isolatedRange.
+template <class Body>
+void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, Body&& body) {
+  using Plain = std::remove_reference_t<Body>;
+  detail::isolatedRange(
       begin, end, grain,
       [](void* context, std::size_t first, std::size_t last) {
         (*static_cast<Plain*>(context))(first, last);

@@ -3,16 +3,36 @@
 
 #include "core/base/text.h"
 
+#include <bit>
 #include <charconv>
+#include <cmath>
+#include <cstdint>
 
 namespace kestrane {
 
 namespace {
 
+/// The longest text of a number and its terminating zero fit.
+using NumberText = char[40];
+
+char* writeShortest(NumberText& text, double value) {
+  return std::to_chars(text, text + sizeof(text), value).ptr;
+}
+
+/// Readers take numbers as doubles and round them to floats, which is as good as reading the float
+/// itself for every float but one: its shortest text, 7.038531e-26, lies so close to the middle
+/// between two floats that the double is that middle. One digit more keeps it.
+char* writeShortest(NumberText& text, float value) {
+  if ((std::bit_cast<std::uint32_t>(value) & 0x7FFFFFFFu) == 0x15AE43FDu) {
+    return std::to_chars(text, text + sizeof(text), value, std::chars_format::scientific, 7).ptr;
+  }
+  return std::to_chars(text, text + sizeof(text), value).ptr;
+}
+
 template <class Number>
 void appendShortest(std::string& text, Number value) {
-  char buffer[40];
-  const auto end = std::to_chars(buffer, buffer + sizeof(buffer), value).ptr;
+  NumberText buffer;
+  const auto end = writeShortest(buffer, value);
   text.append(buffer, end);
 }
 
@@ -30,6 +50,15 @@ void appendNumber(std::string& text, float value) {
 }
 void appendNumber(std::string& text, double value) {
   appendShortest(text, value);
+}
+
+double shortestDouble(float value) {
+  if (!std::isfinite(value)) return value;
+  NumberText buffer;
+  const auto end = writeShortest(buffer, value);
+  double result = 0.0;
+  std::from_chars(buffer, end, result);
+  return result;
 }
 
 }  // namespace kestrane

@@ -16,4 +16,8 @@ std::string_view trimmed(std::string_view text);
 void appendNumber(std::string& text, float value);
 void appendNumber(std::string& text, double value);
 
+/// The double whose shortest text is the float's own: 0.1 for 0.1f, not 0.10000000149011612. What a
+/// writer stores for a float in JSON, whose numbers are doubles; it reads back as the same float.
+double shortestDouble(float value);
+
 }  // namespace kestrane

@@ -16,11 +16,11 @@ namespace kestrane {
 template <class T>
 class SharedArray {
  public:
-  SharedArray();
+  SharedArray() noexcept;                   // empty; costs no allocation
   explicit SharedArray(std::size_t count);  // unspecified values
-  SharedArray(const SharedArray& other);
-  SharedArray& operator=(const SharedArray& other);
-  SharedArray(SharedArray&& other) noexcept;
+  SharedArray(const SharedArray& other) noexcept;
+  SharedArray& operator=(const SharedArray& other) noexcept;
+  SharedArray(SharedArray&& other) noexcept;  // leaves the other one empty
   SharedArray& operator=(SharedArray&& other) noexcept;
 
   const Array<T>& read() const { return *array_; }
@@ -30,6 +30,9 @@ class SharedArray {
   /// The vector for writing every element: detached like write, but old values are not copied, and
   /// the array has `count` elements of unspecified value.
   Array<T>& overwrite(std::size_t count);
+  /// The vector with elements of unspecified value added, up to `count`; detached like write. Many
+  /// small extensions cost amortised constant time an element.
+  Array<T>& extend(std::mutex& mutex, std::size_t count);
 
   /// Whether this holder is the only one.
   bool unique() const { return array_.use_count() == 1; }
@@ -37,8 +40,11 @@ class SharedArray {
   bool sharesWith(const SharedArray& other) const { return array_ == other.array_; }
 
  private:
+  bool claim();
+  void replaceBy(std::shared_ptr<Array<T>> array);
+
   std::shared_ptr<Array<T>> array_;  // never null
-  mutable std::atomic<bool> exclusive_ = true;
+  mutable std::atomic<bool> exclusive_;
 };
 
 extern template class SharedArray<float>;

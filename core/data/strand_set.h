@@ -106,10 +106,13 @@ class StrandSet {
   /// Which arrays resizeFromCounts leaves with unspecified values, for a caller that writes them.
   enum Keep : unsigned { keepNothing = 0, keepPoints = 1, keepWidths = 2 };
   /// A new layout of one strand per count: IDs 0, roots unattached, points zero, widths 1, channels
-  /// at their defaults, except what `keep` names.
+  /// at their defaults, except what `keep` names. Attachments stay. Where memory runs out the set
+  /// is left without strands.
   void resizeFromCounts(std::span<const std::uint32_t> counts, unsigned keep = keepNothing);
 
   /// The strands at the indices, in that order (repeats allowed), with channels and attachments.
+  /// All strands in their own order share every array. Throws std::invalid_argument for an index
+  /// past the last strand.
   StrandSet subset(std::span<const std::uint32_t> indices) const;
 
   // Sharing an array of another set without a copy. The channel forms return false and do nothing
@@ -163,11 +166,23 @@ class StrandSet {
   };
   using Channels = std::map<std::string, Channel, std::less<>>;
 
+  static const Array<float>* find(const Channels& channels, std::string_view name);
+  static Array<float>& overwrite(Channels& channels, std::string_view name, float defaultValue,
+                                 std::size_t count);
+  static bool share(Channels& channels, std::string_view name, const Channels& others,
+                    std::size_t count);
+  static bool take(Channels& channels, std::string_view name, Channels& others, std::size_t count);
+  static bool shares(const Channels& channels, std::string_view name, const Channels& others);
+  Array<float>* writable(Channels& channels, std::string_view name);
+  void extend(std::size_t strands, std::size_t points);
+  void truncate(std::size_t strands, std::size_t points);
   void dropExtents();
+  std::shared_ptr<const std::vector<Extent>> knownExtentBlocks() const;
+  Extent keepExtents(std::vector<Extent> blocks) const;
 
-  mutable std::mutex cacheMutex_;
+  mutable std::mutex cacheMutex_;  // guards the two caches
   mutable std::shared_ptr<const Extent> extentCache_;
-  mutable std::shared_ptr<std::vector<Extent>> extentBlocks_;
+  mutable std::shared_ptr<const std::vector<Extent>> extentBlocks_;
   mutable std::atomic<bool> extentValid_ = false;
   SharedArray<std::uint64_t> ids_;
   SharedArray<StrandRoot> roots_;
@@ -176,7 +191,7 @@ class StrandSet {
   SharedArray<float> widths_;
   Channels strandChannels_;
   Channels pointChannels_;
-  mutable std::mutex arrayMutex_;
+  std::mutex arrayMutex_;  // guards the detaching of arrays
 };
 
 using StrandSetPtr = std::shared_ptr<const StrandSet>;
