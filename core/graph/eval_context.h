@@ -56,6 +56,9 @@ struct EvalResources {
   struct PaintedMap {
     std::shared_ptr<const ExpressionMap> map;
     std::uint64_t revision = 0;
+    /// Why a map that is there cannot be read ("the texture map has no image file yet", "the vertex
+    /// map does not fit this scalp"); then `map` is null.
+    std::string problem;
   };
   std::function<PaintedMap(std::string_view)> paintedMap;
   /// The partings, in the scene table's terms; null for none.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <variant>
 
 #include "core/data/guide_set.h"
@@ -23,6 +24,7 @@ struct SceneMesh {
   ScalpMeshPtr mesh;
   int renderLevels = 0;    // 0: drawn as it is
   double friction = -1.0;  // of a collider; -1: the simulation's own
+  std::string levelsFrom;  // where the levels come from, in words for the user; may be empty
 };
 
 /// What flows on a wire or stands in the scene table: nothing, or a shared pointer to a constant.
