@@ -41,7 +41,8 @@ std::uint64_t contentHash(const GuideSet& guides);
 
 /// The guides as strands, so that one code path serves both: IDs, roots and points as they are,
 /// widths 1, attributes as strand channels, point attributes as point channels (0 where a guide
-/// lacks one that another has).
+/// lacks one that another has). Point attributes of another size than the guide's points are
+/// resampled to fit.
 StrandSet strandsFromGuides(const GuideSet& guides);
 
 /// Strands made from guides, turned back: group and parent come from the guide of the same ID in

@@ -21,7 +21,8 @@ class Ramp {
   };
 
   Ramp() = default;
-  /// Keys are sorted by position; keys of one position keep their order.
+  /// Keys are sorted by position; keys of one position keep their order. Keys with a number that is
+  /// not finite are left out.
   Ramp(std::vector<Key> keys, bool linear = false);
 
   const std::vector<Key>& keys() const { return keys_; }
@@ -36,8 +37,15 @@ class Ramp {
   std::uint64_t hash(std::uint64_t seed) const;
 
  private:
+  /// Between two keys: a cubic in the share of the way. In doubles, so that no huge or close keys
+  /// overflow and the rounded value stays between those of the keys.
+  struct Segment {
+    double start, perWidth;
+    double value, slope, square, cube;
+  };
+
   std::vector<Key> keys_;
-  std::vector<float> tangents_;  // one per key, found once
+  std::vector<Segment> segments_;  // one fewer than keys
   bool linear_ = false;
 };
 
