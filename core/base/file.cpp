@@ -33,7 +33,7 @@ std::string readWholeFile(const std::string& path) {
 OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
   std::error_code error;
   const fs::file_status status = fs::status(path_, error);
-  if (fs::is_directory(status)) fail();
+  if (path_.empty() || fs::is_directory(status)) fail();
   if (fs::exists(status) && !fs::is_regular_file(status)) {
     file_ = std::fopen(path_.c_str(), "wb");
   } else {
@@ -43,28 +43,29 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
 }
 
 /// Opens a new file beside the target, which has this status.
-void OutputFile::openBeside(const fs::file_status& target) {
+void OutputFile::openBeside(const fs::file_status& status) {
   std::error_code error;
-  // A link is followed, so that it keeps pointing at the file that it points at.
-  if (fs::is_symlink(fs::symlink_status(path_, error))) {
-    const fs::path linked = fs::weakly_canonical(path_, error);
-    if (!error) path_ = linked.string();
+  // A link is followed, so that it keeps pointing at the file that it points at, there yet or not.
+  fs::path target = path_;
+  for (int links = 0; links < 40 && fs::is_symlink(fs::symlink_status(target, error)); ++links) {
+    target = target.parent_path() / fs::read_symlink(target, error);
   }
-  if (fs::exists(target)) {
+  target_ = target.string();
+  if (fs::exists(status)) {
     // A file that is protected against writing is not replaced either.
-    std::FILE* old = std::fopen(path_.c_str(), "r+b");
+    std::FILE* old = std::fopen(target_.c_str(), "r+b");
     if (old == nullptr) return;
     std::fclose(old);
   }
   // Opening fails where the name is taken: by another writer, or by somebody's own file.
   for (int number = 0; number < 1000 && file_ == nullptr; ++number) {
-    const std::string name = path_ + ".tmp" + std::to_string(number);
+    const std::string name = target_ + ".tmp" + std::to_string(number);
     file_ = std::fopen(name.c_str(), "wbx");
     if (file_ != nullptr) temporaryPath_ = name;
     if (file_ == nullptr && errno != EEXIST) return;
   }
-  if (file_ != nullptr && fs::exists(target)) {
-    fs::permissions(temporaryPath_, target.permissions(), error);
+  if (file_ != nullptr && fs::exists(status)) {
+    fs::permissions(temporaryPath_, status.permissions(), error);
   }
 }
 
@@ -92,7 +93,7 @@ void OutputFile::commit() {
   if (!flushed || !closed) fail();
   if (temporaryPath_.empty()) return;
   std::error_code error;
-  fs::rename(temporaryPath_, path_, error);
+  fs::rename(temporaryPath_, target_, error);
   if (error) fail();
   temporaryPath_.clear();
 }

@@ -34,10 +34,11 @@ class OutputFile {
   void commit();
 
  private:
-  void openBeside(const std::filesystem::file_status& target);
+  void openBeside(const std::filesystem::file_status& status);
   [[noreturn]] void fail() const;
 
   std::string path_;
+  std::string target_;         // the path with links followed
   std::string temporaryPath_;  // empty when the target is written directly
   std::FILE* file_ = nullptr;
 };

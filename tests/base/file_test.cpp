@@ -1,0 +1,156 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/base/file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace kestrane {
+namespace {
+
+namespace fs = std::filesystem;
+
+template <class Action>
+std::string messageOf(const Action& action) {
+  try {
+    action();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "nothing was thrown";
+}
+
+/// A folder of its own for each test.
+class Files : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ =
+        fs::path(testing::TempDir()) /
+        (std::string("kestrane_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(folder_);
+    fs::create_directories(folder_);
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  std::string path(const char* name) const { return (folder_ / name).string(); }
+  std::size_t fileCount() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(Files, BytesReadBackAsWritten) {
+  std::string bytes = "text\r\n";
+  for (int i = 0; i < 200000; ++i) bytes += static_cast<char>(i * 7);
+  for (const std::string& content : {bytes, std::string()}) {
+    writeWholeFile(path("a"), content);
+    EXPECT_EQ(readWholeFile(path("a")), content);
+  }
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(Files, TargetStaysOldUntilTheCommit) {
+  writeWholeFile(path("a"), "old");
+  {
+    OutputFile file(path("a"));
+    file.write(std::string(1 << 20, 'n'));
+    EXPECT_EQ(readWholeFile(path("a")), "old");
+    EXPECT_EQ(fileCount(), 2u);
+  }
+  EXPECT_EQ(readWholeFile(path("a")), "old");
+  EXPECT_EQ(fileCount(), 1u) << "an uncommitted file left something behind";
+  OutputFile file(path("a"));
+  file.write("new");
+  file.commit();
+  EXPECT_EQ(readWholeFile(path("a")), "new");
+  EXPECT_THROW(file.write("more"), std::runtime_error);
+  EXPECT_THROW(file.commit(), std::runtime_error);
+  EXPECT_EQ(readWholeFile(path("a")), "new");
+}
+
+TEST_F(Files, FilesOfTheTemporaryNameAreNotTouched) {
+  writeWholeFile(path("a.tmp0"), "mine");
+  OutputFile one(path("a")), other(path("a"));
+  one.write("one");
+  other.write("other");
+  one.commit();
+  EXPECT_EQ(readWholeFile(path("a")), "one");
+  other.commit();
+  EXPECT_EQ(readWholeFile(path("a")), "other");
+  EXPECT_EQ(readWholeFile(path("a.tmp0")), "mine");
+  EXPECT_EQ(fileCount(), 2u);
+}
+
+TEST_F(Files, ThreadsWritingOneTargetLeaveOneWholeFile) {
+  std::vector<std::thread> writers;
+  for (char c = 'a'; c < 'e'; ++c) {
+    writers.emplace_back([this, c] { writeWholeFile(path("a"), std::string(100000, c)); });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const std::string text = readWholeFile(path("a"));
+  EXPECT_EQ(text, std::string(100000, text.front()));
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(Files, WhatCannotBeReadOrWrittenIsNamed) {
+  const std::string folder = folder_.string(), missing = path("none/a");
+  EXPECT_EQ(messageOf([&] { readWholeFile(folder); }), "cannot read '" + folder + "'");
+  EXPECT_EQ(messageOf([&] { readWholeFile(missing); }), "cannot read '" + missing + "'");
+  EXPECT_EQ(messageOf([&] { readWholeFile(""); }), "cannot read ''");
+  EXPECT_EQ(messageOf([&] { OutputFile file(folder); }), "cannot write '" + folder + "'");
+  EXPECT_EQ(messageOf([&] { OutputFile file(missing); }), "cannot write '" + missing + "'");
+  EXPECT_EQ(messageOf([&] { OutputFile file(""); }), "cannot write ''");
+  EXPECT_EQ(fileCount(), 0u);
+}
+
+TEST_F(Files, TargetThatBecomesAFolderFailsTheCommit) {
+  OutputFile file(path("a"));
+  file.write("text");
+  fs::create_directory(path("a"));
+  EXPECT_EQ(messageOf([&] { file.commit(); }), "cannot write '" + path("a") + "'");
+}
+
+#ifndef _WIN32
+
+TEST_F(Files, LinksKeepPointingAndPermissionsStay) {
+  writeWholeFile(path("target"), "old");
+  fs::permissions(path("target"), fs::perms(0640));
+  fs::create_symlink("target", path("link"));
+  fs::create_symlink("fresh", path("dangling"));
+  writeWholeFile(path("link"), "new");
+  writeWholeFile(path("dangling"), "born");
+  EXPECT_TRUE(fs::is_symlink(path("link")));
+  EXPECT_EQ(readWholeFile(path("target")), "new");
+  EXPECT_EQ(fs::status(path("target")).permissions(), fs::perms(0640));
+  EXPECT_TRUE(fs::is_symlink(path("dangling")));
+  EXPECT_EQ(readWholeFile(path("fresh")), "born");
+  EXPECT_EQ(fileCount(), 4u);
+}
+
+TEST_F(Files, DevicesAreWrittenAndNeverReplaced) {
+  if (!fs::is_character_file("/dev/null") || !fs::is_character_file("/dev/full")) GTEST_SKIP();
+  writeWholeFile("/dev/null", "gone");
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+  // A device that is always full: small texts fail at the commit, large ones at the write.
+  for (const std::size_t size : {std::size_t{1}, std::size_t{1} << 20}) {
+    EXPECT_EQ(messageOf([&] { writeWholeFile("/dev/full", std::string(size, 'x')); }),
+              "cannot write '/dev/full'");
+  }
+  fs::create_symlink("/dev/full", path("full"));
+  EXPECT_EQ(messageOf([&] { writeWholeFile(path("full"), "x"); }),
+            "cannot write '" + path("full") + "'");
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
+  EXPECT_EQ(messageOf([] { readWholeFile("/dev/zero"); }), "cannot read '/dev/zero'");
+}
+
+#endif
+
+}  // namespace
+}  // namespace kestrane

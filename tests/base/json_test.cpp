@@ -1,0 +1,117 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/base/json.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "core/base/errors.h"
+#include "core/base/text.h"
+
+namespace kestrane {
+namespace {
+
+using testing::HasSubstr;
+
+template <class Error, class Action>
+std::string messageOf(const Action& action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "nothing was thrown";
+}
+
+std::string nested(int levels) {
+  return std::string(levels, '[') + std::string(levels, ']');
+}
+
+TEST(Json, RefusesDeepNestingAndNothingShallower) {
+  EXPECT_NO_THROW(parseJson(nested(256)));
+  const std::string deep = messageOf<std::runtime_error>([] { parseJson(nested(257)); });
+  EXPECT_EQ(deep, "the JSON is nested deeper than 256 levels");
+  // Objects count, whatever becomes of them; a text's brackets do not.
+  std::string objects;
+  for (int i = 0; i < 100000; ++i) objects += "{\"a\":";
+  EXPECT_EQ(messageOf<std::runtime_error>([&] { parseJson(objects); }), deep);
+  EXPECT_NO_THROW(
+      parseJson("\"" + std::string(1000, '[') + "\\\"" + std::string(1000, '{') + "\""));
+  EXPECT_NO_THROW(parseJson("[" + std::string(1000, ' ') + "[],[],[[]],{}]"));
+}
+
+TEST(Json, KeepsTheOrderOfKeys) {
+  EXPECT_EQ(parseJson(" \t\r\n{\"z\": 1, \"a\": 2}\n").dump(), "{\"z\":1,\"a\":2}");
+}
+
+TEST(Json, EveryCutOfADocumentIsAPlainError) {
+  const std::string text = "{\"points\": [1.5e3, -2], \"name\": \"a\\u00e9\\\\\", \"on\": true}";
+  ASSERT_NO_THROW(parseJson(text));
+  for (std::size_t cut = 0; cut < text.size(); ++cut) {
+    const std::string message =
+        messageOf<std::runtime_error>([&] { parseJson(text.substr(0, cut)); });
+    EXPECT_THAT(message, HasSubstr("parse error")) << "cut at " << cut;
+    EXPECT_THAT(message, Not(HasSubstr("json.exception"))) << "cut at " << cut;
+  }
+  EXPECT_THAT(messageOf<std::runtime_error>([] { parseJson("[1e999]"); }), HasSubstr("1e999"));
+}
+
+TEST(Json, VersionsAreCheckedInWords) {
+  const struct {
+    const char* document;
+    const char* message;
+  } cases[] = {
+      {"[]", "graph must be a JSON object"},
+      {"{\"version\": 2.0}", "graph version 2.0 is not a whole number"},
+      {"{\"version\": \"1\"}", "graph version \"1\" is not a whole number"},
+      {"{\"version\": null}", "graph version null is not a whole number"},
+      {"{\"version\": 4}",
+       "graph version 4 is newer than this Kestrane supports (3); update Kestrane to open it"},
+      {"{\"version\": 18446744073709551615}",
+       "graph version 18446744073709551615 is newer than this Kestrane supports (3); update "
+       "Kestrane to open it"},
+      {"{\"version\": 0}", "graph version 0 is not valid"},
+      {"{\"version\": -1}", "graph version -1 is not valid"},
+      {"{\"version\": 1}", "graph version 1 is older than this Kestrane reads (2)"},
+      {"{\"version\": 2}", "nothing was thrown"},
+      {"{\"version\": 3}", "nothing was thrown"},
+      {"{}", "nothing was thrown"},
+  };
+  for (const auto& c : cases) {
+    const Json document = parseJson(c.document);
+    EXPECT_EQ(messageOf<SchemaError>([&] { checkVersion(document, "graph", 3, 2); }), c.message)
+        << c.document;
+  }
+}
+
+TEST(Text, NumbersAreShortAndReadBackAsTheyWere) {
+  const float third = 1.0f / 3.0f;
+  const float floats[] = {0.1f,       -0.0f, third, 1e-45f, std::numeric_limits<float>::max(),
+                          16777217.0f};
+  for (const float value : floats) {
+    const double wide = shortestDouble(value);
+    EXPECT_EQ(static_cast<float>(wide), value);
+    EXPECT_EQ(std::signbit(wide), std::signbit(value));
+    std::string fromFloat, fromDouble;
+    appendNumber(fromFloat, value);
+    appendNumber(fromDouble, wide);
+    EXPECT_EQ(std::stod(fromFloat), std::stod(fromDouble));
+  }
+  EXPECT_EQ(shortestDouble(0.1f), 0.1);
+  EXPECT_TRUE(std::isnan(shortestDouble(std::nanf(""))));
+  EXPECT_TRUE(std::isinf(shortestDouble(std::numeric_limits<float>::infinity())));
+}
+
+TEST(Text, TrimsBlanksAtBothEndsOnly) {
+  EXPECT_EQ(trimmed(" \t\r\n a b \n"), "a b");
+  EXPECT_EQ(trimmed(" \t\r\n"), "");
+  EXPECT_EQ(trimmed(""), "");
+  EXPECT_EQ(trimmed("\va\v"), "\va\v");
+}
+
+}  // namespace
+}  // namespace kestrane
