@@ -15,6 +15,14 @@ const float* values(const Array<float>* channel) {
   return channel ? channel->data() : nullptr;
 }
 
+Vec3f triple(const float* const (&channels)[3], std::size_t index) {
+  return {channels[0][index], channels[1][index], channels[2][index]};
+}
+
+bool all(const float* const (&channels)[3]) {
+  return channels[0] != nullptr && channels[1] != nullptr && channels[2] != nullptr;
+}
+
 }  // namespace
 
 StrandColorReader::StrandColorReader(const StrandSet& strands)
@@ -31,20 +39,20 @@ StrandColorReader::StrandColorReader(const StrandSet& strands)
 }
 
 Vec3f StrandColorReader::at(std::size_t strand, std::size_t point) const {
-  const auto triple = [](const float* const(&channels)[3], std::size_t index) {
-    return Vec3f{channels[0][index], channels[1][index], channels[2][index]};
-  };
-  const auto all = [](const float* const(&channels)[3]) {
-    return channels[0] != nullptr && channels[1] != nullptr && channels[2] != nullptr;
-  };
   if (all(pointColor_)) return triple(pointColor_, point);
-  const float melanin = pointMelanin_ ? pointMelanin_[point] : melanin_ ? melanin_[strand] : 0.5f;
-  const float redness = pointRedness_ ? pointRedness_[point] : redness_ ? redness_[strand] : 0.2f;
+  if (pointMelanin_ == nullptr) return strandAt(strand);
+  return strandLook(strand, pointMelanin_[point], pointRedness_ ? pointRedness_[point] : 0.2f);
+}
+
+Vec3f StrandColorReader::strandAt(std::size_t strand) const {
+  return strandLook(strand, melanin_ ? melanin_[strand] : 0.5f, redness_ ? redness_[strand] : 0.2f);
+}
+
+Vec3f StrandColorReader::strandLook(std::size_t strand, float melanin, float redness) const {
   const Vec3f dye = all(dye_) ? triple(dye_, strand) : Vec3f{1.0f, 1.0f, 1.0f};
   const Vec3f pigment = melaninColor(melaninConcentration(melanin), redness, dye);
   if (!all(strandColor_)) return pigment;
-  const float share = dyeAmount_ ? dyeAmount_[strand] : 1.0f;
-  return lerp(pigment, triple(strandColor_, strand), share);
+  return lerp(pigment, triple(strandColor_, strand), dyeAmount_ ? dyeAmount_[strand] : 1.0f);
 }
 
 Vec3f hsvFromRgb(Vec3f rgb) {

@@ -31,8 +31,12 @@ class StrandColorReader {
   bool perPoint() const { return pointColor_[0] != nullptr || pointMelanin_ != nullptr; }
   /// `point` is an index into the set's points. Strands that no operator coloured are a mid brown.
   Vec3f at(std::size_t strand, std::size_t point) const;
+  /// The strand's own colour, without what varies along it.
+  Vec3f strandAt(std::size_t strand) const;
 
  private:
+  Vec3f strandLook(std::size_t strand, float melanin, float redness) const;
+
   const float* pointColor_[3] = {};
   const float* strandColor_[3] = {};
   const float* dye_[3] = {};

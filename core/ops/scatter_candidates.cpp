@@ -1,0 +1,152 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/ops/scatter_candidates.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "core/base/hash.h"
+#include "core/base/parallel.h"
+
+namespace kestrane {
+
+namespace {
+
+constexpr double mostPerTriangle = 5e7;
+constexpr std::uint64_t gridJitterSalt = 0x5CA77E201ull;
+
+/// How many candidates a triangle has before thinning: its expected count, the rest of which is
+/// drawn.
+std::uint64_t triangleCount(const ScalpMesh& mesh, std::size_t triangle, double density,
+                            std::uint64_t key) {
+  double expected = mesh.triangleArea(triangle) * density;
+  if (!(expected > 0.0)) return 0;
+  expected = std::min(expected, mostPerTriangle);
+  const double whole = std::floor(expected);
+  return static_cast<std::uint64_t>(whole) + (expected - whole > unitFloat(mix64(key)) ? 1 : 0);
+}
+
+}  // namespace
+
+std::vector<ScatterCandidate> scatterCandidates(const ScalpMesh& mesh, double density,
+                                                std::uint64_t seed, float share) {
+  // Every triangle draws from a key of its own, so that triangles are independent and may be
+  // counted and filled in parallel.
+  const std::uint64_t stream = mix64(seed);
+  const std::size_t triangles = mesh.triangleCount();
+  std::vector<std::uint64_t> offsets(triangles + 1, 0);
+  const auto forEachKept = [&](std::size_t triangle, const auto& keep) {
+    const std::uint64_t key = hashCombine(stream, triangle);
+    const std::uint64_t count = triangleCount(mesh, triangle, density, key);
+    for (std::uint64_t j = 0; j < count; ++j) {
+      const std::uint64_t id = hashCombine(key, j);
+      if (share >= 1.0f || hashPick(id, share)) keep(id);
+    }
+  };
+  parallelRange(0, triangles, 64, [&](std::size_t first, std::size_t last) {
+    for (std::size_t t = first; t < last; ++t) {
+      if (share >= 1.0f) {
+        offsets[t + 1] = triangleCount(mesh, t, density, hashCombine(stream, t));
+      } else {
+        forEachKept(t, [&](std::uint64_t) { ++offsets[t + 1]; });
+      }
+    }
+  });
+  for (std::size_t t = 0; t < triangles; ++t) offsets[t + 1] += offsets[t];
+  std::vector<ScatterCandidate> candidates(offsets.back());
+  parallelRange(0, triangles, 64, [&](std::size_t first, std::size_t last) {
+    for (std::size_t t = first; t < last; ++t) {
+      ScatterCandidate* out = candidates.data() + offsets[t];
+      forEachKept(t, [&](std::uint64_t id) { *out++ = {id, static_cast<std::uint32_t>(t)}; });
+    }
+  });
+  return candidates;
+}
+
+StrandRoot scatterRoot(const ScatterCandidate& candidate) {
+  // The second and third number of the ID's own stream, spread evenly over the triangle (Turk
+  // 1990).
+  const std::uint64_t r = mix64(candidate.id);
+  const float a = unitFloat(mix64(r + 0x3C6EF372FE94F82Aull));
+  const float b = unitFloat(mix64(r + 0xDAA66D2C7DDF743Full));
+  const float w = std::sqrt(a);
+  return {static_cast<std::int32_t>(candidate.triangle), (1.0f - b) * w, b * w};
+}
+
+double previewShare(double share, double expected, std::size_t points, std::uint64_t budget,
+                    bool previewAll) {
+  double f = previewAll ? std::max(1.0, share) : share;
+  const double all = static_cast<double>(points) * expected;
+  if (budget > 0 && f * all > static_cast<double>(budget)) f = static_cast<double>(budget) / all;
+  double floor = 0.0;
+  if (!previewAll) {
+    floor = 1.0;
+    if (expected > 5000.0) {
+      // Powers of two, so that small edits of the density do not reshuffle a preview.
+      floor = std::max(std::exp2(-std::floor(std::log2(expected / 5000.0))), 0.03);
+    }
+  }
+  return f < 1.0 ? std::max(f, floor) : 1.0;
+}
+
+GridCandidates scatterUvGrid(const ScalpMesh& mesh, std::int64_t rows, std::int64_t columns,
+                             float jitter, std::uint64_t seed, float share) {
+  const std::uint64_t stream = mix64(seed);
+  const auto& uvs = mesh.uvs();
+  // Cells keep the lowest triangle that covers their point. Triangles come in index order, so the
+  // first to claim a cell has it.
+  std::vector<StrandRoot> cells(static_cast<std::size_t>(rows * columns));
+  const auto placeOf = [&](std::int64_t row, std::int64_t column) {
+    const std::uint64_t id =
+        hashCombine(stream, static_cast<std::uint64_t>(row * columns + column));
+    const float du = unitFloat(hashCombine(id, gridJitterSalt)) - 0.5f;
+    const float dv = unitFloat(hashCombine(id, gridJitterSalt + 1)) - 0.5f;
+    return Vec2f{(static_cast<float>(column) + 0.5f + jitter * du) / static_cast<float>(columns),
+                 (static_cast<float>(row) + 0.5f + jitter * dv) / static_cast<float>(rows)};
+  };
+  for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
+    const Vec2f a = uvs[3 * t], b = uvs[3 * t + 1], c = uvs[3 * t + 2];
+    const double area = (static_cast<double>(b.x) - a.x) * (static_cast<double>(c.y) - a.y) -
+                        (static_cast<double>(c.x) - a.x) * (static_cast<double>(b.y) - a.y);
+    if (!std::isfinite(area) || area == 0.0) continue;
+    const auto cellRange = [&](float low, float high, std::int64_t count, std::int64_t& first,
+                               std::int64_t& last) {
+      // A jittered point strays from its cell's middle by half a cell at most.
+      const double scale = static_cast<double>(count);
+      first = static_cast<std::int64_t>(
+          std::clamp(std::floor(static_cast<double>(low) * scale) - 1.0, 0.0, scale));
+      last = static_cast<std::int64_t>(
+          std::clamp(std::floor(static_cast<double>(high) * scale) + 1.0, -1.0, scale - 1.0));
+    };
+    std::int64_t firstColumn, lastColumn, firstRow, lastRow;
+    cellRange(std::min({a.x, b.x, c.x}), std::max({a.x, b.x, c.x}), columns, firstColumn,
+              lastColumn);
+    cellRange(std::min({a.y, b.y, c.y}), std::max({a.y, b.y, c.y}), rows, firstRow, lastRow);
+    for (std::int64_t row = firstRow; row <= lastRow; ++row) {
+      for (std::int64_t column = firstColumn; column <= lastColumn; ++column) {
+        StrandRoot& cell = cells[static_cast<std::size_t>(row * columns + column)];
+        if (cell.face >= 0) continue;
+        const Vec2f p = placeOf(row, column);
+        const double u = ((static_cast<double>(p.x) - a.x) * (static_cast<double>(c.y) - a.y) -
+                          (static_cast<double>(c.x) - a.x) * (static_cast<double>(p.y) - a.y)) /
+                         area;
+        const double v = ((static_cast<double>(b.x) - a.x) * (static_cast<double>(p.y) - a.y) -
+                          (static_cast<double>(p.x) - a.x) * (static_cast<double>(b.y) - a.y)) /
+                         area;
+        if (u < 0.0 || v < 0.0 || u + v > 1.0) continue;
+        cell = {static_cast<std::int32_t>(t), static_cast<float>(u), static_cast<float>(v)};
+      }
+    }
+  }
+  GridCandidates grid;
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    const std::uint64_t id = hashCombine(stream, i);
+    if (cells[i].face < 0 || (share < 1.0f && !hashPick(id, share))) continue;
+    grid.ids.push_back(id);
+    grid.roots.push_back(cells[i]);
+  }
+  return grid;
+}
+
+}  // namespace kestrane
