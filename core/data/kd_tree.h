@@ -5,8 +5,8 @@
 
 #include <cfloat>
 #include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 #include "core/base/vec.h"
 
@@ -18,22 +18,28 @@ struct KdHit {
   float distanceSquared = 0.0f;
 };
 
-/// A balanced tree over points for nearest-neighbour queries. Immutable once built; queries may run
-/// from many threads. Ties go to the lower index, so answers do not depend on the tree.
+/// A balanced tree over points for nearest-neighbour queries (Bentley 1975), with the boxes of the
+/// points instead of the splitting planes: on a surface they leave out far more. Immutable once
+/// built, and cheap to copy; queries may run from many threads and allocate nothing. Ties go to the
+/// lower index, so answers do not depend on the tree. Points that are not finite are never found,
+/// and a query that is not finite, or a negative distance, finds nothing. The points themselves are
+/// not needed after the build.
 class KdTree {
  public:
   KdTree() = default;
+  /// Builds in parallel; callable under a lock.
   explicit KdTree(std::span<const Vec3f> points);
 
-  std::size_t size() const;
+  std::size_t size() const { return size_; }
   /// The nearest point within maxDistance; distanceSquared is FLT_MAX when there is none.
   KdHit nearest(Vec3f position, float maxDistance = FLT_MAX) const;
   /// Writes the up to hits.size() nearest points, ascending by distance; returns how many.
   std::size_t nearest(Vec3f position, std::span<KdHit> hits, float maxDistance = FLT_MAX) const;
 
  private:
-  std::vector<Vec3f> points_;  // in tree order
-  std::vector<std::uint32_t> indices_;
+  struct Tree;
+  std::shared_ptr<const Tree> tree_;  // null without points
+  std::size_t size_ = 0;
 };
 
 }  // namespace kestrane
