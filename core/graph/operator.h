@@ -85,6 +85,16 @@ class Operator {
   virtual int version() const { return 1; }
   /// The one sentence of the catalogue.
   virtual std::string description() const { return {}; }
+  /// Whether the result depends on the context's time: by default, whether contextKey does.
+  virtual bool readsTime(const EvalContext& context) const;
+  /// Whether evaluateChanged takes from its previous output only arrays that it writes, and shares
+  /// all others with its first input. Then the previous output may come without the points, widths
+  /// and channels that it shared with that input, so that the nodes above can recycle them.
+  virtual bool keepsOnlyWritten() const { return false; }
+  /// What the operator holds beyond its parameters, as graph JSON keeps it under "definition"; null
+  /// for nothing. The setter throws GraphError for what is no definition.
+  virtual Json definition() const { return {}; }
+  virtual void setDefinition(const Json&) {}
 
   ParamSet parameters;
   /// The version that the node was read with; 0 or less means the current one.
@@ -104,6 +114,14 @@ struct OperatorDeclaration {
 
 /// The parameter list of an operator followed by the common parameters that it qualifies for.
 std::vector<ParamSpec> effectiveParams(const Operator& op);
+
+/// Whether the operator gets the common parameter `affect`: one strands-like output like its first
+/// input, and a type that makes sense to mix.
+bool takesAffect(const Operator& op);
+
+/// A new operator of the same type from the registry with the same parameters, version and
+/// definition, but no caches.
+std::unique_ptr<Operator> freshOperator(const Operator& op);
 
 /// An operator that answers for itself from its declaration, which lives as long as the process.
 class DeclaredOperator : public Operator {

@@ -31,6 +31,8 @@ class ParamSet {
   explicit ParamSet(std::shared_ptr<const ParamDeclarations> declarations);
 
   const ParamDeclarations& declarations() const { return *declarations_; }
+  /// Replaces the declarations; values stay.
+  void declare(std::shared_ptr<const ParamDeclarations> declarations);
   const std::map<std::string, ParamValue, std::less<>>& values() const { return values_; }
 
   void set(std::string name, ParamValue value);
@@ -58,22 +60,34 @@ class ParamSet {
   void clearWires();
   FieldValuePtr wiredField(std::string_view name) const;
 
-  // Values that keyed parameters take from controls for one evaluation; they come before set values
-  // and are part of the hash.
+  // Values that keyed parameters take from controls; they come before set values and are part of
+  // the hash. They stay until the next evaluation finds others.
   void key(std::string name, ParamValue value);
+  void unkey(std::string_view name);
   void clearKeys();
 
   /// Over names and values in name order; feeds the node key. Wires do not count.
   std::uint64_t hash() const;
 
+  /// One sentence for each value set whose kind its parameter cannot take, so that the default
+  /// stands in for it.
+  std::vector<std::string> misfits() const;
+
  private:
+  using Values = std::map<std::string, ParamValue, std::less<>>;
+
   const ParamValue* current(std::string_view name) const;
+  template <class T>
+  const T* valueOf(std::string_view name) const;
+  void put(Values& values, std::string name, ParamValue value);
 
   std::shared_ptr<const ParamDeclarations> declarations_;
-  std::map<std::string, ParamValue, std::less<>> values_;
-  std::map<std::string, ParamValue, std::less<>> keyed_;
+  Values values_;
+  Values keyed_;
   std::map<std::string, FieldValuePtr, std::less<>> fields_;
   std::map<std::string, std::shared_ptr<const Ramp>, std::less<>> curves_;
+  mutable std::uint64_t hash_ = 0;
+  mutable bool hashed_ = false;  // whether hash_ is that of the values
 };
 
 }  // namespace kestrane
