@@ -33,13 +33,18 @@ Json parseJson(std::string_view text) {
   try {
     return Json::parse(text.begin(), text.end());
   } catch (const Json::exception& error) {
-    // The library's text begins with an identifier in brackets, which says nothing to a user.
-    std::string_view message = error.what();
+    throw std::runtime_error(jsonMessage(error));
+  }
+}
+
+std::string jsonMessage(const std::exception& error) {
+  std::string_view message = error.what();
+  if (dynamic_cast<const Json::exception*>(&error)) {
     if (const auto end = message.find("] "); end != std::string_view::npos) {
       message.remove_prefix(end + 2);
     }
-    throw std::runtime_error(std::string(message));
   }
+  return std::string(message);
 }
 
 void checkVersion(const Json& document, std::string_view kind, std::int64_t current,

@@ -21,6 +21,10 @@ inline constexpr int deepestJson = 256;
 /// put the document's name in front.
 Json parseJson(std::string_view text);
 
+/// The sentence of a failed look-up or parse without the identifier in brackets that the JSON
+/// library puts in front and that says nothing to a user; any other exception's text as it is.
+std::string jsonMessage(const std::exception& error);
+
 /// Checks the key "version" of a document of the given kind ("graph", "guide data", "groom file").
 /// Throws SchemaError with a sentence that names both versions. A missing key counts as 1.
 void checkVersion(const Json& document, std::string_view kind, std::int64_t current,
