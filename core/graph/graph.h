@@ -66,7 +66,8 @@ class Graph {
   Graph(Graph&&) noexcept;
   Graph& operator=(Graph&&) noexcept;
 
-  /// Takes the operator and names the node after its type, made unique. Returns its ID, from 1.
+  /// Takes the operator and names the node, after its type unless told; a name that is taken gets a
+  /// number behind it. Returns its ID, from 1. Throws GraphError for a null operator.
   std::uint32_t addNode(std::unique_ptr<Operator> op, std::string name = {});
   /// Removes the node and opens all inputs that came from it.
   void removeNode(std::uint32_t id);
@@ -79,29 +80,45 @@ class Graph {
   Node& node(std::uint32_t id);  // throws GraphError "unknown node N"
   const Node& node(std::uint32_t id) const;
   std::uint32_t findNode(std::string_view name) const;  // 0 if there is none
+  /// In ID order. Nodes come and go through addNode and removeNode alone.
   const std::map<std::uint32_t, Node>& nodes() const { return nodes_; }
   std::map<std::uint32_t, Node>& nodes() { return nodes_; }
+  /// One more than the greatest ID that was given out.
+  std::uint32_t idEnd() const { return nextId_; }
 
   /// The operator's inputs followed by one port per exposed parameter.
   std::vector<PortSpec> inputPorts(const Node& node) const;
   /// The type that an output really carries: Curves is followed up the first inputs.
   PortType resolvedOutputType(std::uint32_t id, std::size_t output) const;
 
+  /// Exposes parameters as further input ports; wires to ports that remain stay. Throws GraphError
+  /// and changes nothing for a name that cannot be exposed.
   void setParamInputs(std::uint32_t id, std::vector<std::string> names);
+  /// Which controls of the scene key which parameters. Throws GraphError and changes nothing for a
+  /// parameter that cannot be keyed so.
   void setParamControls(std::uint32_t id, std::map<std::string, std::vector<std::string>> controls);
 
-  // What the evaluation keeps beside the nodes' own caches.
+  /// A result made elsewhere, such as by a detached evaluation, under its full key: nodes of that
+  /// key take it over at the next evaluation, which then empties the map.
   struct CachedResult {
     NodeCache cache;
   };
   std::map<std::uint64_t, CachedResult> resultCache;
+  /// Whether nodes keep their results.
   bool retainResults = true;
+  // Statistics.
   std::uint64_t nodesEvaluated = 0;
   std::uint64_t nodesIncremental = 0;
   std::map<std::uint32_t, NodeReport> reports;
 
  private:
+  friend class GraphReader;
+
+  std::uint32_t insertNode(std::unique_ptr<Operator> op, std::string name);
+  bool isUpstream(std::uint32_t wanted, std::uint32_t from) const;
+
   std::map<std::uint32_t, Node> nodes_;
+  std::vector<Node*> byId_;  // into nodes_; null where a node was removed
   std::uint32_t nextId_ = 1;
 };
 
