@@ -18,9 +18,9 @@ float polylineLength(std::span<const Vec3f> points);
 void arcShares(std::span<const Vec3f> points, std::span<float> shares);
 
 /// Writes out.size() points evenly spaced along the polyline by arc length: position k is at
-/// k * total / (count - 1), found by walking the cumulative segment lengths, with a linear mix within
-/// a segment; a segment of length 0 gives its first point. The first and last points are exact. An
-/// empty polyline gives zeros.
+/// k * total / (count - 1), found by walking the cumulative segment lengths, with a linear mix
+/// within a segment; a segment of length 0 gives its first point. The first and last points are
+/// exact. An empty polyline gives zeros.
 void resamplePolyline(std::span<const Vec3f> points, std::span<Vec3f> out);
 
 /// Floats given at the points of a polyline, resampled linearly to the same places.
