@@ -13,14 +13,17 @@
 namespace kestrane {
 
 /// One level of refinement as sparse rows: every fine point is a weighted sum of coarse points.
+/// Rows stand in the order vertex points (numbered as the coarse points), edge points, face points.
 struct SubdivisionStep {
   std::vector<std::uint32_t> offsets;  // one per fine point, plus one
   std::vector<std::uint32_t> indices;
   std::vector<float> weights;
 };
 
-/// The topology work of Catmull-Clark subdivision (Catmull and Clark 1978), made once per cage; each
-/// frame then costs one pass of multiply-adds per level. Immutable; may be read by any thread.
+/// The topology work of Catmull-Clark subdivision (Catmull and Clark 1978), made once per cage;
+/// each frame then costs one pass of multiply-adds per level. Borders become cubic B-splines, also
+/// at corners; vertices where the surface is no single sheet stay where they are. Immutable; may be
+/// read by any thread.
 class SubdivisionPlan {
  public:
   std::size_t cagePointCount() const;
@@ -35,7 +38,9 @@ class SubdivisionPlan {
   std::vector<Vec3f> refinePoints(std::span<const Vec3f> points) const;
   /// The same for `width` floats per cage vertex.
   std::vector<float> refineValues(std::span<const float> values, int width) const;
-  /// The fine mesh, with colour sets and rest points refined along. Throws std::invalid_argument
+  /// The fine mesh, with UVs, colour sets and rest points refined along. UVs and colours are
+  /// refined as surfaces of their own, whose corners are joined where one vertex has one value, so
+  /// that seams stay seams. Poses of one cage share the fine topology. Throws std::invalid_argument
   /// for a mesh of another topology.
   ScalpMeshPtr refineMesh(const ScalpMesh& mesh) const;
 
@@ -49,8 +54,9 @@ class SubdivisionPlan {
 
 using SubdivisionPlanPtr = std::shared_ptr<const SubdivisionPlan>;
 
-/// The plan of a polygon cage. Throws std::invalid_argument for levels outside 1 to 3, or a face
-/// that names a missing point.
+/// The plan of a polygon cage, any number of corners a face (faces of fewer than 3 are left out).
+/// Throws std::invalid_argument for levels outside 1 to 3, a face that names a missing point, or a
+/// cage whose refinement would need more than a billion weights.
 SubdivisionPlanPtr makeSubdivisionPlan(std::span<const Vec3f> cagePoints,
                                        std::span<const std::vector<std::int32_t>> cageFaces,
                                        int levels);
