@@ -16,6 +16,11 @@ std::string_view trimmed(std::string_view text);
 void appendNumber(std::string& text, float value);
 void appendNumber(std::string& text, double value);
 
+/// Room for the text of any number.
+inline constexpr int longestNumber = 40;
+/// Writes the float's text to memory that has that much room; returns its end.
+char* writeNumber(char* out, float value);
+
 /// The double whose shortest text is the float's own: 0.1 for 0.1f, not 0.10000000149011612. What a
 /// writer stores for a float in JSON, whose numbers are doubles; it reads back as the same float.
 double shortestDouble(float value);
