@@ -54,6 +54,30 @@ Graph::~Graph() = default;
 Graph::Graph(Graph&&) noexcept = default;
 Graph& Graph::operator=(Graph&&) noexcept = default;
 
+Graph Graph::copyNodes() const {
+  Graph copy;
+  copy.nextId_ = nextId_;
+  copy.byId_.resize(byId_.size(), nullptr);
+  copy.retainResults = retainResults;
+  for (const auto& [id, from] : nodes_) {
+    Node node;
+    node.op = freshOperator(*from.op);
+    node.op->parameters.clearWires();
+    node.op->adoptState(*from.op);
+    node.sources = from.sources;
+    node.sourceOutputs = from.sourceOutputs;
+    node.paramInputs = from.paramInputs;
+    node.paramControls = from.paramControls;
+    node.bypass = from.bypass;
+    node.evaluation = from.evaluation;
+    node.name = from.name;
+    node.uiX = from.uiX;
+    node.uiY = from.uiY;
+    copy.byId_[id] = &copy.nodes_.emplace(id, std::move(node)).first->second;
+  }
+  return copy;
+}
+
 std::uint32_t Graph::addNode(std::unique_ptr<Operator> op, std::string name) {
   if (!op) throw GraphError("addNode: null operator");
   name = uniqueName(name.empty() ? op->type() : name, nodes_);

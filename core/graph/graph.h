@@ -66,6 +66,10 @@ class Graph {
   Graph(Graph&&) noexcept;
   Graph& operator=(Graph&&) noexcept;
 
+  /// The same nodes under the same IDs with fresh operators, which adopt the state of those that
+  /// they are made from; without results and statistics.
+  Graph copyNodes() const;
+
   /// Takes the operator and names the node, after its type unless told; a name that is taken gets a
   /// number behind it. Returns its ID, from 1. Throws GraphError for a null operator.
   std::uint32_t addNode(std::unique_ptr<Operator> op, std::string name = {});

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@
 #include "core/graph/graph.h"
 
 namespace kestrane {
+
+/// The newest format of graph JSON.
+inline constexpr std::int64_t graphVersion = 1;
 
 /// A graph as read from JSON, with the node whose strands it shows.
 struct GraphDocument {
