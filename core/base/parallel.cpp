@@ -11,6 +11,8 @@
 #include <mutex>
 #include <thread>
 
+#include "core/base/seen_loop.h"
+
 namespace kestrane {
 
 namespace {
@@ -81,10 +83,16 @@ void inCurrentArena(const Loop& loop) {
 
 void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                 void* context) {
+  const SeenLoop loop;
   tbb::parallel_for(
       tbb::blocked_range<std::size_t>(begin, end, grain == 0 ? 1 : grain),
       [&](const tbb::blocked_range<std::size_t>& range) {
-        body(context, range.begin(), range.end());
+        // The library's own range is read before the body begins to be watched.
+        const auto run = [body, context, first = range.begin(), last = range.end()] {
+          body(context, first, last);
+        };
+        const SeenLoop::Body seen(loop);
+        run();
       },
       tbb::auto_partitioner());
 }
