@@ -68,6 +68,7 @@ struct FieldTarget {
   const StrandSet* strands = nullptr;
   ScalpMeshPtr surface;
   GuideSetPtr guides;
+  bool rootsOnly = false;  // the strands are only roots as yet: layers come from the guides
 };
 
 /// Binds one parameter of an operator. Throws GraphError with a sentence that begins with

@@ -1,0 +1,213 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/graph/map_fields.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/base/errors.h"
+#include "core/data/kd_tree.h"
+#include "core/data/polyline.h"
+#include "core/graph/map_files.h"
+
+namespace kestrane::detail {
+
+namespace {
+
+float componentOf(Vec4f color, MapComponent component) {
+  switch (component) {
+    case MapComponent::r:
+      return color.x;
+    case MapComponent::g:
+      return color.y;
+    case MapComponent::b:
+      return color.z;
+    case MapComponent::a:
+      return color.w;
+    case MapComponent::luminance:
+      break;
+  }
+  return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
+}
+
+float inRange(const MapRef& map, float sample) {
+  return map.min + (map.max - map.min) * sample;
+}
+
+/// A value per strand that at(strand) gives.
+template <class At>
+ScalarField perStrand(At at) {
+  struct Source final : ScalarField::Source {
+    explicit Source(At a) : at(std::move(a)) {}
+    void values(std::size_t strand, std::span<float> out) const override {
+      std::fill(out.begin(), out.end(), at(strand));
+    }
+    At at;
+  };
+  return ScalarField(std::make_shared<Source>(std::move(at)));
+}
+
+/// A value per point that at(point) gives; the strands' offsets must outlive the field.
+template <class At>
+ScalarField perPoint(const StrandSet& strands, At at) {
+  struct Source final : ScalarField::Source {
+    Source(const StrandSet& s, At a) : strands(s), at(std::move(a)) { perPoint = true; }
+    void values(std::size_t strand, std::span<float> out) const override {
+      const std::size_t first = strands.offsets()[strand];
+      for (std::size_t i = 0; i < out.size(); ++i) out[i] = at(first + i);
+    }
+    const StrandSet& strands;
+    At at;
+  };
+  return ScalarField(std::make_shared<Source>(strands, std::move(at)));
+}
+
+/// The channel of a name as a field; constant 0 flag false when the strands have none.
+bool channelField(const MapRef& map, const StrandSet& strands, ScalarField& field) {
+  if (const Array<float>* points = strands.pointChannel(map.text)) {
+    field = perPoint(strands,
+                     [map, points](std::size_t point) { return inRange(map, (*points)[point]); });
+    return true;
+  }
+  if (const Array<float>* values = strands.strandChannel(map.text)) {
+    field =
+        perStrand([map, values](std::size_t strand) { return inRange(map, (*values)[strand]); });
+    return true;
+  }
+  return false;
+}
+
+/// Reads a layer painted on guides anywhere on the surface: the mean of the nearest guides that
+/// carry it, weighted by nearness.
+class GuideSampler {
+ public:
+  GuideSampler(const GuideSet& guides, const std::string& layer) {
+    std::vector<Vec3f> roots;
+    for (const Guide& guide : guides.guides) {
+      if (guide.points.empty()) continue;
+      if (const auto found = guide.attributes.find(layer); found != guide.attributes.end()) {
+        values_.push_back(found->second);
+      } else if (const auto along = guide.pointAttributes.find(layer);
+                 along != guide.pointAttributes.end() && !along->second.empty()) {
+        values_.push_back(along->second.front());
+      } else {
+        continue;
+      }
+      roots.push_back(guide.points.front());
+    }
+    tree_ = KdTree(roots);
+  }
+
+  bool empty() const { return values_.empty(); }
+
+  float at(Vec3f position) const {
+    KdHit hits[4];
+    const std::size_t found = tree_.nearest(position, hits);
+    float sum = 0.0f, weights = 0.0f;
+    for (std::size_t i = 0; i < found; ++i) {
+      const float weight = 1.0f / std::max(hits[i].distanceSquared, 1e-12f);
+      sum += weight * values_[hits[i].index];
+      weights += weight;
+    }
+    return weights > 0.0f ? sum / weights : 0.0f;
+  }
+
+ private:
+  KdTree tree_;
+  std::vector<float> values_;
+};
+
+ScalarField sampledFromGuides(const std::string& param, const MapRef& map,
+                              const FieldTarget& target) {
+  if (!target.guides) {
+    throw GraphError("param '" + param +
+                     "': a guide map here needs guides: connect them to this node's guides input");
+  }
+  auto sampler = std::make_shared<const GuideSampler>(*target.guides, map.text);
+  if (sampler->empty()) throw GraphError("no guide carries the layer '" + map.text + "'");
+  const StrandSet& strands = *target.strands;
+  return perStrand([map, sampler, &strands](std::size_t strand) {
+    const std::span<const Vec3f> points = strands.strandPoints(strand);
+    return inRange(map, points.empty() ? 0.0f : sampler->at(points.front()));
+  });
+}
+
+}  // namespace
+
+ScalarField textureField(const MapRef& map, const EvalContext& context, const FieldTarget& target) {
+  if (!target.surface || !target.surface->hasUvs()) {
+    throw GraphError("a texture map needs a scalp with UVs");
+  }
+  std::shared_ptr<const Texture> texture;
+  try {
+    texture = openMapFile(map.text, context);
+  } catch (const TextureError& error) {
+    throw GraphError(error.what());
+  }
+  const auto& roots = target.strands->roots();
+  return perStrand([map, texture, surface = target.surface, &roots](std::size_t strand) {
+    const Vec2f uv = surface->uvAt(roots[strand]);
+    return inRange(map, componentOf(texture->sample(uv.x, uv.y), map.component));
+  });
+}
+
+ScalarField colorSetField(const MapRef& map, const FieldTarget& target) {
+  if (!target.surface || !target.surface->colorSets().contains(map.text)) {
+    throw GraphError("the scalp has no color set '" + map.text + "'");
+  }
+  const auto& roots = target.strands->roots();
+  return perStrand([map, surface = target.surface, &roots](std::size_t strand) {
+    return inRange(map, componentOf(surface->colorAt(map.text, roots[strand]), map.component));
+  });
+}
+
+ScalarField attributeField(const std::string& param, const MapRef& map, const FieldTarget& target) {
+  ScalarField field;
+  if (channelField(map, *target.strands, field)) return field;
+  if (!target.rootsOnly) {
+    throw GraphError("param '" + param + "': strands have no attribute '" + map.text + "'");
+  }
+  if (!target.guides || GuideSampler(*target.guides, map.text).empty()) {
+    throw GraphError("param '" + param + "': no strands yet, so '" + map.text +
+                     "' must be a layer painted on the guides, with the guides connected to this "
+                     "node");
+  }
+  return sampledFromGuides(param, map, target);
+}
+
+ScalarField guideField(const std::string& param, const MapRef& map, const FieldTarget& target) {
+  ScalarField field;
+  if (channelField(map, *target.strands, field)) return field;
+  if (target.rootsOnly) return sampledFromGuides(param, map, target);
+  throw GraphError("param '" + param + "': no guide layer '" + map.text +
+                   "' on the strands (Interpolate writes it; paint it on the guides)");
+}
+
+ScalarField wiredField(FieldValuePtr field, const EvalContext& context, const FieldTarget& target) {
+  field->prepare(context);
+  if (const auto constant = field->constant()) return ScalarField(*constant);
+  const StrandSet& strands = *target.strands;
+  const auto sampleAt = [field, &strands, surface = target.surface](std::size_t strand,
+                                                                    std::size_t point) {
+    return field->valueAt({&strands, surface.get(), strand, point});
+  };
+  struct Source final : ScalarField::Source {
+    Source(const StrandSet& s, decltype(sampleAt) a, bool points) : strands(s), at(std::move(a)) {
+      perPoint = points;
+    }
+    void values(std::size_t strand, std::span<float> out) const override {
+      const std::size_t first = strands.offsets()[strand];
+      if (!perPoint) {
+        std::fill(out.begin(), out.end(), at(strand, first));
+        return;
+      }
+      for (std::size_t i = 0; i < out.size(); ++i) out[i] = at(strand, first + i);
+    }
+    const StrandSet& strands;
+    decltype(sampleAt) at;
+  };
+  return ScalarField(std::make_shared<Source>(strands, sampleAt, field->usesPoints()));
+}
+
+}  // namespace kestrane::detail

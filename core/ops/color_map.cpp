@@ -1,0 +1,120 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/ops/color_map.h"
+
+#include <utility>
+
+#include "core/base/errors.h"
+#include "core/base/hash.h"
+#include "core/graph/map_files.h"
+
+namespace kestrane {
+
+namespace {
+
+class PaintedColorMap final : public ColorMap {
+ public:
+  PaintedColorMap(std::shared_ptr<const ExpressionMap> map, ScalpMeshPtr surface)
+      : map_(std::move(map)), surface_(std::move(surface)) {}
+
+  Vec3f at(StrandRoot root) const override {
+    MapSample sample;
+    sample.root = root;
+    sample.surface = surface_.get();
+    if (surface_) {
+      sample.position = surface_->positionAt(root);
+      sample.uv = surface_->uvAt(root);
+    }
+    return {map_->sample(sample, MapComponent::r), map_->sample(sample, MapComponent::g),
+            map_->sample(sample, MapComponent::b)};
+  }
+
+ private:
+  std::shared_ptr<const ExpressionMap> map_;
+  ScalpMeshPtr surface_;
+};
+
+class ColorSetMap final : public ColorMap {
+ public:
+  ColorSetMap(std::string name, ScalpMeshPtr surface)
+      : name_(std::move(name)), surface_(std::move(surface)) {}
+
+  Vec3f at(StrandRoot root) const override {
+    const Vec4f color = surface_->colorAt(name_, root);
+    return {color.x, color.y, color.z};
+  }
+
+ private:
+  std::string name_;
+  ScalpMeshPtr surface_;
+};
+
+class ImageColorMap final : public ColorMap {
+ public:
+  ImageColorMap(std::shared_ptr<const Texture> texture, ScalpMeshPtr surface)
+      : texture_(std::move(texture)), surface_(std::move(surface)) {}
+
+  Vec3f at(StrandRoot root) const override {
+    const Vec2f uv = surface_->uvAt(root);
+    const Vec4f color = texture_->sample(uv.x, uv.y);
+    return {color.x, color.y, color.z};
+  }
+
+ private:
+  std::shared_ptr<const Texture> texture_;
+  ScalpMeshPtr surface_;
+};
+
+/// Whether any guide of the scene carries a layer of the name.
+bool isGuideLayer(const std::string& name, const EvalContext& context) {
+  const SceneInput* input = context.scene ? context.scene->find("guides") : nullptr;
+  const GuideSetPtr guides = input ? valueAs<GuideSet>(input->value) : nullptr;
+  if (!guides) return false;
+  for (const Guide& guide : guides->guides) {
+    if (guide.attributes.contains(name) || guide.pointAttributes.contains(name)) return true;
+  }
+  return false;
+}
+
+EvalResources::PaintedMap paintedMap(const std::string& name, const EvalContext& context) {
+  if (context.resources == nullptr || !context.resources->paintedMap) return {};
+  return context.resources->paintedMap(name);
+}
+
+}  // namespace
+
+std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContext& context) {
+  if (name.empty()) return nullptr;
+  const ScalpMeshPtr& surface = context.surface;
+  if (auto painted = paintedMap(name, context); painted.map) {
+    return std::make_unique<PaintedColorMap>(std::move(painted.map), surface);
+  }
+  if (surface && surface->colorSets().contains(name)) {
+    return std::make_unique<ColorSetMap>(name, surface);
+  }
+  const auto fail = [&](const std::string& why) {
+    return GraphError("map '" + name + "': " + why);
+  };
+  if (isMapFile(name, context)) {
+    if (!surface || !surface->hasUvs()) throw fail("an image needs a scalp with UVs");
+    try {
+      return std::make_unique<ImageColorMap>(openMapFile(name, context), surface);
+    } catch (const TextureError& error) {
+      throw fail(error.what());
+    }
+  }
+  if (isGuideLayer(name, context)) {
+    throw fail("a guide layer reaches the strands through Interpolate (put HairColor after it)");
+  }
+  throw fail("no map, color set or image of that name (Groom Tools > Paint > New... makes a map)");
+}
+
+std::uint64_t colorMapKey(const std::string& name, const EvalContext& context) {
+  if (name.empty()) return 0;
+  std::uint64_t key = hashString(0xC0108A9, name);
+  key = hashCombine(key, paintedMap(name, context).revision);
+  return hashCombine(key, mapFileKey(name, context));
+}
+
+}  // namespace kestrane
