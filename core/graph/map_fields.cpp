@@ -55,7 +55,8 @@ ScalarField perPoint(const StrandSet& strands, At at) {
     Source(const StrandSet& s, At a) : strands(s), at(std::move(a)) { perPoint = true; }
     void values(std::size_t strand, std::span<float> out) const override {
       const std::size_t first = strands.offsets()[strand];
-      for (std::size_t i = 0; i < out.size(); ++i) out[i] = at(first + i);
+      const bool none = first == strands.offsets()[strand + 1];
+      for (std::size_t i = 0; i < out.size(); ++i) out[i] = none ? 0.0f : at(first + i);
     }
     const StrandSet& strands;
     At at;
@@ -63,7 +64,7 @@ ScalarField perPoint(const StrandSet& strands, At at) {
   return ScalarField(std::make_shared<Source>(strands, std::move(at)));
 }
 
-/// The channel of a name as a field; constant 0 flag false when the strands have none.
+/// The channel of the map's name as a field; false when the strands have none.
 bool channelField(const MapRef& map, const StrandSet& strands, ScalarField& field) {
   if (const Array<float>* points = strands.pointChannel(map.text)) {
     field = perPoint(strands,
@@ -198,7 +199,7 @@ ScalarField wiredField(FieldValuePtr field, const EvalContext& context, const Fi
     }
     void values(std::size_t strand, std::span<float> out) const override {
       const std::size_t first = strands.offsets()[strand];
-      if (!perPoint) {
+      if (!perPoint || first == strands.offsets()[strand + 1]) {
         std::fill(out.begin(), out.end(), at(strand, first));
         return;
       }

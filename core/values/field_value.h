@@ -19,7 +19,8 @@ struct FieldSample {
   const StrandSet* strands = nullptr;
   const ScalpMesh* scalp = nullptr;  // null: no surface at hand
   std::size_t strand = 0;
-  std::size_t point = 0;  // index into the set's points; the strand's first where not per point
+  std::size_t point = 0;  // index into the set's points: the strand's first where not per point,
+                          // and past its points for a strand that has none
 };
 
 /// A lazy value per strand or per point, as it travels on a Field wire. Immutable once shared;
