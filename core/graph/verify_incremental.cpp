@@ -66,10 +66,10 @@ std::string outputFault(const GraphValue& full, const GraphValue& result,
 
 }  // namespace
 
-void verifyIncremental(const Operator& op, const std::string& nodeName, const EvalContext& context,
-                       std::span<const GraphValue> inputs, std::span<const GraphValue> previous,
-                       std::span<const GraphValue> results,
-                       std::span<const StrandChangesPtr> changes) {
+void checkIncremental(const Operator& op, const std::string& nodeName, const EvalContext& context,
+                      std::span<const GraphValue> inputs, std::span<const GraphValue> previous,
+                      std::span<const GraphValue> results,
+                      std::span<const StrandChangesPtr> changes) {
   // Its warnings were given by the evaluation that it repeats.
   WarningSink unheard;
   EvalContext again = context;
