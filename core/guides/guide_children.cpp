@@ -135,6 +135,7 @@ std::uint32_t GuideHierarchy::generateChildren(
       child.offsets = generatedOffsets(child.id, leader.points.size(), settings);
       poseChild(child, leader.tube, curve, nullptr);
       child.frameUp = frameUpFor(child.points);
+      child.frameUpLocal = curve.frames[0].toLocal(child.frameUp);
       append(std::move(child));
     }
   }

@@ -117,6 +117,11 @@ void poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCu
     offset.y *= radius;
     child.points[i] = curve.points[i] + curve.frames[i].toWorld(offset);
   }
+  if (child.frameUpLocal == Vec3f{}) {
+    child.frameUpLocal = curve.frames[0].toLocal(child.frameUp);
+  } else {
+    child.frameUp = curve.frames[0].toWorld(child.frameUpLocal);
+  }
   if (!scalp || !scalp->hasFace(child.root.face)) return;
 
   // The surface is at most as far as the old root, which bounds the search.

@@ -187,10 +187,12 @@ void GuideHierarchy::recomputeOffsets(GuideRecord& guide) {
   // A child that was read and never posed has its shape in its offsets alone.
   if (!guide.follows() || guide.points.empty()) return;
   guide.offsets.clear();
+  guide.frameUpLocal = {};
   const GuideRecord* parent = findGuide(guide.parent);
   if (!parent || parent->points.size() < 2 || guide.points.size() < 2) return;
-  guide.offsets =
-      offsetsOf(guide.points, parent->tube, followedCurve(*parent, guide.points.size()));
+  const FollowedCurve curve = followedCurve(*parent, guide.points.size());
+  guide.offsets = offsetsOf(guide.points, parent->tube, curve);
+  guide.frameUpLocal = curve.frames[0].toLocal(guide.frameUp);
 }
 
 void GuideHierarchy::setPoints(std::uint64_t id, std::vector<Vec3f> points) {

@@ -101,6 +101,7 @@ GuideRecord readGuide(const Json& json) {
   guide.points = readOr(json, "points", detail::readVectors, {});
   if (guide.follows()) {
     guide.offsets = readOr(json, "offsets", detail::readVectors, {});
+    guide.frameUpLocal = {};
   } else {
     guide.rootLocal = readOr(json, "rootLocal", detail::readVectors, {});
     if (guide.rootLocal.size() != guide.points.size()) guide.rootLocal.clear();

@@ -43,9 +43,11 @@ struct GuideRecord {
   std::map<std::string, float> attributes;
   std::map<std::string, std::vector<float>> pointAttributes;  // pointCount() values each
   std::vector<Vec3f> points;                                  // root first
-  std::vector<Vec3f> rootLocal;          // the points in the surface frame at the root, or empty
-  Vec3f frameUpLocal{1.0f, 0.0f, 0.0f};  // frameUp in the surface frame
-  std::vector<Vec3f> offsets;            // of a following child: side, up, tangent per point
+  std::vector<Vec3f> rootLocal;  // the points in the surface frame at the root, or empty
+  /// frameUp in the surface frame. Of a following child, (side, up, tangent) in the parent's frame
+  /// at its root, so that the frames turn with it; zero where that is yet to be taken.
+  Vec3f frameUpLocal{1.0f, 0.0f, 0.0f};
+  std::vector<Vec3f> offsets;  // of a following child: side, up, tangent per point
 
   /// Whether the points come from the parent's curve and the offsets.
   bool follows() const { return parent != 0 && !locked; }
