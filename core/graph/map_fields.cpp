@@ -7,8 +7,7 @@
 #include <utility>
 
 #include "core/base/errors.h"
-#include "core/data/kd_tree.h"
-#include "core/data/polyline.h"
+#include "core/graph/guide_sampler.h"
 #include "core/graph/map_files.h"
 
 namespace kestrane::detail {
@@ -78,46 +77,6 @@ bool channelField(const MapRef& map, const StrandSet& strands, ScalarField& fiel
   }
   return false;
 }
-
-/// Reads a layer painted on guides anywhere on the surface: the mean of the nearest guides that
-/// carry it, weighted by nearness.
-class GuideSampler {
- public:
-  GuideSampler(const GuideSet& guides, const std::string& layer) {
-    std::vector<Vec3f> roots;
-    for (const Guide& guide : guides.guides) {
-      if (guide.points.empty()) continue;
-      if (const auto found = guide.attributes.find(layer); found != guide.attributes.end()) {
-        values_.push_back(found->second);
-      } else if (const auto along = guide.pointAttributes.find(layer);
-                 along != guide.pointAttributes.end() && !along->second.empty()) {
-        values_.push_back(along->second.front());
-      } else {
-        continue;
-      }
-      roots.push_back(guide.points.front());
-    }
-    tree_ = KdTree(roots);
-  }
-
-  bool empty() const { return values_.empty(); }
-
-  float at(Vec3f position) const {
-    KdHit hits[4];
-    const std::size_t found = tree_.nearest(position, hits);
-    float sum = 0.0f, weights = 0.0f;
-    for (std::size_t i = 0; i < found; ++i) {
-      const float weight = 1.0f / std::max(hits[i].distanceSquared, 1e-12f);
-      sum += weight * values_[hits[i].index];
-      weights += weight;
-    }
-    return weights > 0.0f ? sum / weights : 0.0f;
-  }
-
- private:
-  KdTree tree_;
-  std::vector<float> values_;
-};
 
 ScalarField sampledFromGuides(const std::string& param, const MapRef& map,
                               const FieldTarget& target) {
