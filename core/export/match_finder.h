@@ -1,0 +1,73 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "core/base/array.h"
+
+namespace kestrane::detail {
+
+/// An earlier place whose bytes repeat at the current position.
+struct Match {
+  std::uint32_t length = 0;  // 0: none of 3 bytes or more
+  std::uint32_t distance = 0;
+};
+
+/// Finds the longest match of a position: of the 48 nearest earlier positions within 32,768 bytes
+/// whose three bytes have the same hash, the one that repeats longest, the nearest of equals. The
+/// answer depends on the bytes and the position alone, not on what was asked before.
+///
+/// The classic search follows a chain of positions per hash and waits for memory at every link.
+/// Here the positions of a block of 32,768 bytes are sorted by hash instead, each with the eight
+/// bytes that stand there, so that the candidates of a position lie side by side and most are
+/// dismissed by one comparison. The block of the positions being asked and the block before it
+/// cover every distance. One thread uses a finder; it may be started again and again.
+class MatchFinder {
+ public:
+  static constexpr std::size_t windowSize = 32768;
+  static constexpr std::size_t longestMatch = 258;
+
+  MatchFinder();
+
+  /// Makes the finder ready for positions from `begin` to `end` - 1.
+  void start(std::span<const std::uint8_t> bytes, std::size_t begin, std::size_t end);
+  /// The longest match at `position`, which never goes back between calls and goes on by 1 to
+  /// `longestMatch` bytes.
+  Match longest(std::size_t position);
+
+ private:
+  static constexpr std::size_t hashCount = 32768;
+  static constexpr std::size_t mostCandidates = 48;
+
+  /// The positions of some bytes, sorted by hash, ascending within a hash. Positions are counted
+  /// from the base, which wraps below 0 where the data begins inside the block.
+  struct Block {
+    std::size_t base = 0;
+    Array<std::uint64_t> keys;    // the eight bytes at each position
+    Array<std::uint16_t> places;  // the positions
+    Array<std::uint16_t> bounds;  // hash h has the entries bounds[h] to bounds[h + 1] - 1
+  };
+
+  void enter(Block& block, std::size_t first, std::size_t last);
+  std::size_t gather(Block& block, std::size_t first, std::size_t last);
+  std::uint64_t eightBytes(std::size_t position) const;
+  bool deepInRun(std::size_t position) const;
+  std::size_t sharedLength(std::size_t a, std::size_t b, std::size_t from, std::size_t limit) const;
+  static std::uint64_t agreeingBytes(const std::uint64_t* keys, std::size_t count,
+                                     std::uint64_t key);
+
+  std::span<const std::uint8_t> bytes_;
+  std::size_t end_ = 0;
+  std::size_t blockEnd_ = 0;
+  Block current_;
+  Block previous_;
+  Array<std::uint16_t> entryOf_;   // by position in the current block
+  Array<std::uint16_t> gathered_;  // the positions of the block being sorted ...
+  Array<std::uint16_t> hashes_;    // ... and their hashes
+};
+
+}  // namespace kestrane::detail
