@@ -1,0 +1,208 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/ops/melanin.h"
+#include "core/ops/strand_color.h"
+#include "tests/ops/ops_fixtures.h"
+
+namespace kestrane {
+namespace {
+
+using test::OpsFixture;
+
+float luminance(Vec3f c) {
+  return dot(c, {0.2126f, 0.7152f, 0.0722f});
+}
+
+TEST(Melanin, FollowsItsModel) {
+  EXPECT_EQ(melaninAbsorption(0.0f, 0.5f), (Vec3f{0, 0, 0}));
+  EXPECT_FLOAT_EQ(melaninConcentration(1.0f), 6.6f);
+  EXPECT_FLOAT_EQ(melaninConcentration(7.0f), 6.6f);
+  const Vec3f black = melaninAbsorption(1.0f, 0.0f);
+  EXPECT_FLOAT_EQ(black.x, 6.6f * 0.419f);
+  EXPECT_FLOAT_EQ(black.z, 6.6f * 1.37f);
+  const Vec3f white = melaninColor(0.0f, 0.3f, {1, 1, 1});
+  EXPECT_NEAR(distance(white, {1, 1, 1}), 0.0f, 1e-6f);
+  float last = 2.0f;
+  for (float m = 0.0f; m <= 1.0f; m += 0.1f) {
+    const Vec3f color = melaninColor(melaninConcentration(m), 0.2f, {1, 1, 1});
+    EXPECT_LT(luminance(color), last);
+    EXPECT_GE(color.x, color.y);
+    EXPECT_GE(color.y, color.z);
+    last = luminance(color);
+  }
+  const Vec3f brown = melaninColor(0.8f, 0.0f, {1, 1, 1}),
+              red = melaninColor(0.8f, 1.0f, {1, 1, 1});
+  EXPECT_GT(red.x / red.y, brown.x / brown.y);
+  EXPECT_FLOAT_EQ(longitudinalRoughness(0.0f), longitudinalRoughness(0.02f));
+  EXPECT_FLOAT_EQ(longitudinalRoughness(1.0f), 1.5f);
+}
+
+TEST(Color, HsvAndRgbAreInverse) {
+  for (std::uint64_t i = 0; i < 500; ++i) {
+    const Vec3f rgb{unitFloat(mix64(i)), unitFloat(mix64(i + 700)), unitFloat(mix64(i + 1400))};
+    EXPECT_LT(distance(rgbFromHsv(hsvFromRgb(rgb)), rgb), 1e-5f);
+  }
+  EXPECT_LT(distance(rgbFromHsv({1.0f / 3, 1, 1}), {0, 1, 0}), 1e-6f);
+}
+
+TEST(HairColor, DrawsPigmentAroundItsBase) {
+  OpsFixture fixture;
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("clumpShare", 0.0);
+  const StrandSetPtr set = fixture.run(*op, fixture.rootedStrands(2000));
+  const auto& melanin = *set->strandChannel("melanin");
+  double mean = 0.0;
+  for (const float m : melanin) {
+    EXPECT_GE(m, 0.249f);
+    EXPECT_LE(m, 0.451f);
+    mean += m;
+  }
+  EXPECT_NEAR(mean / 2000.0, 0.35, 0.01);
+  for (const char* name : {"melaninRedness", "dyeAmount", "hueShift", "saturationScale"}) {
+    EXPECT_NE(set->strandChannel(name), nullptr) << name;
+  }
+  EXPECT_EQ(set->strandChannel("colorR"), nullptr);
+}
+
+TEST(HairColor, ClumpsShareWhatClumpShareSays) {
+  OpsFixture fixture;
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("clumpShare", 1.0);
+  const StrandSetPtr set = fixture.run(*op, fixture.rootedStrands(100));
+  const auto& melanin = *set->strandChannel("melanin");
+  for (std::size_t i = 5; i < 100; ++i) EXPECT_EQ(melanin[i], melanin[i % 5]);
+  EXPECT_NE(melanin[0], melanin[1]);
+}
+
+TEST(HairColor, GreysAreGreyAndTheirShareHolds) {
+  OpsFixture fixture;
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("greys", 1.0);
+  const StrandSetPtr all = fixture.run(*op, fixture.rootedStrands(50));
+  const StrandColorReader reader(*all);
+  for (std::size_t i = 0; i < 50; ++i) {
+    const Vec3f hsv = hsvFromRgb(reader.at(i, all->offsets()[i]));
+    EXPECT_LT(hsv.y, 0.15f);
+    EXPECT_GT(hsv.z, 0.7f);
+  }
+  op->parameters.set("greys", 0.3);
+  const StrandSetPtr some = fixture.run(*op, fixture.rootedStrands(2000));
+  int grey = 0;
+  for (const float m : *some->strandChannel("melanin")) grey += m < 0.2f;
+  EXPECT_NEAR(grey, 600, 80);
+}
+
+TEST(HairColor, TipsColorPointsAndTheirAbsenceRemovesThem) {
+  OpsFixture fixture;
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("tipStrength", 1.0);
+  const StrandSetPtr tipped = fixture.run(*op, fixture.rootedStrands(20));
+  const StrandColorReader reader(*tipped);
+  EXPECT_TRUE(reader.perPoint());
+  const Vec3f tip = reader.at(3, tipped->offsets()[4] - 1);
+  EXPECT_LT(distance(tip, {0.55f, 0.42f, 0.28f}), 1e-5f);
+  EXPECT_LT(distance(reader.at(3, tipped->offsets()[3]), reader.strandAt(3)), 1e-6f);
+  const StrandSetPtr plain = fixture.run(*fixture.make("HairColor"), *tipped);
+  EXPECT_FALSE(StrandColorReader(*plain).perPoint());
+}
+
+TEST(HairColor, ReadsAColorSetAndMultipliesIt) {
+  OpsFixture fixture;
+  auto mesh = std::make_shared<ScalpMesh>(*fixture.scalp);
+  mesh->setColorSet("paint",
+                    std::vector<Vec4f>(mesh->triangleCount() * 3, Vec4f{0.5f, 0.25f, 0.75f, 1}));
+  fixture.context.surface = mesh;
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("map", std::string("paint"));
+  const StrandSet strands = fixture.rootedStrands(10);
+  const StrandSetPtr set = fixture.run(*op, strands);
+  EXPECT_LT(distance(StrandColorReader(*set).at(2, 20), {0.5f, 0.25f, 0.75f}), 1e-5f);
+  EXPECT_EQ((*set->strandChannel("dyeAmount"))[2], 1.0f);
+  op->parameters.set("mode", std::string("multiply"));
+  op->parameters.set("melanin", 0.0);
+  op->parameters.set("melaninRandom", 0.0);
+  const StrandSetPtr product = fixture.run(*op, strands);
+  EXPECT_LT(distance(StrandColorReader(*product).at(2, 20), {0.5f, 0.25f, 0.75f}), 1e-4f);
+  op->parameters.set("colorSource", std::string("melanin"));
+  const StrandSetPtr pigment = fixture.run(*op, strands);
+  EXPECT_LT(distance(StrandColorReader(*pigment).at(2, 20), {1, 1, 1}), 1e-4f);
+}
+
+TEST(HairColor, NamesWhatIsWrong) {
+  OpsFixture fixture;
+  const StrandSet strands = fixture.rootedStrands(3);
+  const auto op = fixture.make("HairColor");
+  op->parameters.set("colorSource", std::string("both"));
+  fixture.expectError(*op, strands, "colorSource must be auto, melanin, rgb or mix");
+  op->parameters.unset("colorSource");
+  op->parameters.set("map", std::string("curliness"));
+  fixture.expectError(*op, strands,
+                      "map 'curliness': a guide layer reaches the strands through Interpolate (put "
+                      "HairColor after it)");
+  op->parameters.set("map", std::string("nothing"));
+  fixture.expectError(*op, strands,
+                      "map 'nothing': no map, color set or image of that name (Groom Tools > Paint "
+                      "> New... makes a map)");
+  op->parameters.unset("map");
+  op->parameters.set("melanin", MapRef{MapSource::texture, "nothing.png"});
+  EXPECT_THROW(fixture.run(*op, strands), GraphError);
+  op->parameters.set("melanin", MapRef{MapSource::expression, "0.5 + missing"});
+  fixture.expectError(
+      *op, strands,
+      "param 'melanin': the expression reads 'missing', which is neither a variable "
+      "nor a channel of the strands");
+}
+
+TEST(Bands, StayOnGuardHairsAndWhereTheProfileSays) {
+  OpsFixture fixture;
+  const StrandSetPtr colored =
+      fixture.run(*fixture.make("HairColor"), fixture.rootedStrands(200, 33));
+  const auto op = fixture.make("Bands");
+  op->parameters.set("randomness", 0.0);
+  op->parameters.set("offsetRandom", 0.0);
+  op->parameters.set("widthRandom", 0.0);
+  const StrandSetPtr banded = fixture.run(*op, *colored);
+  const auto& melanin = *banded->pointChannel("melanin");
+  const auto& own = *colored->strandChannel("melanin");
+  for (std::size_t i = 0; i < 200; ++i) {
+    const std::size_t first = banded->offsets()[i];
+    EXPECT_FLOAT_EQ(melanin[first], own[i]);
+    EXPECT_FLOAT_EQ(melanin[first + 32], own[i]);
+    EXPECT_NEAR(melanin[first + 22], 0.08f, 1e-4f);  // 0.69 of the length
+  }
+  op->parameters.set("guards", 0.0);
+  const StrandSetPtr undercoat = fixture.run(*op, *colored);
+  for (std::size_t p = 0; p < undercoat->pointCount(); ++p) {
+    EXPECT_FLOAT_EQ((*undercoat->pointChannel("melanin"))[p], own[p / 33]);
+  }
+  op->parameters.set("guards", 0.25);
+  op->parameters.set("guardsBy", std::string("longest"));
+  const StrandSetPtr longest = fixture.run(*op, *colored);
+  int guards = 0;
+  for (std::size_t i = 0; i < 200; ++i) {
+    guards += std::abs((*longest->pointChannel("melanin"))[33 * i + 22] - own[i]) > 1e-4f;
+  }
+  EXPECT_NEAR(guards, 50, 2);
+  op->parameters.set("guardsBy", std::string("first"));
+  fixture.expectError(*op, *colored, "guardsBy must be random or longest");
+}
+
+TEST(RenderData, WritesChannelsWithinTheirRange) {
+  OpsFixture fixture;
+  const auto op = fixture.make("RenderData");
+  op->parameters.set("opacityProfile", Ramp({{0.0f, 1.0f}, {1.0f, 0.0f}}));
+  op->parameters.set("opacityRandom", 0.5);
+  op->parameters.set("specularRandom", 1.0);
+  const StrandSetPtr set = fixture.run(*op, fixture.rootedStrands(100));
+  const auto& opacity = *set->pointChannel("opacity");
+  for (std::size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(opacity[set->offsets()[i + 1] - 1], 0.0f);
+    EXPECT_GE(opacity[set->offsets()[i]], 0.5f);
+    EXPECT_LE((*set->strandChannel("specular"))[i], 0.6f);
+    EXPECT_EQ((*set->strandChannel("roughness"))[i], 0.5f);
+  }
+}
+
+}  // namespace
+}  // namespace kestrane
