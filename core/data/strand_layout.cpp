@@ -79,7 +79,6 @@ void StrandSet::extend(std::size_t strands, std::size_t points) {
     truncate(oldStrands, oldPoints);
     throw;
   }
-  dropExtents();
 }
 
 /// Takes back what extend did. Cannot fail: an array that was grown is held by nobody else.
@@ -126,7 +125,8 @@ std::size_t StrandSet::addStrand(std::uint64_t id, StrandRoot root, std::span<co
 }
 
 void StrandSet::append(const StrandSet& other) {
-  if (&other == this) return append(StrandSet(other));
+  // The other set may be this one: its sizes are read before anything grows, and what it had then
+  // stays in place.
   const std::size_t oldStrands = strandCount(), oldPoints = pointCount();
   const std::size_t strands = other.strandCount(), points = other.pointCount();
 

@@ -123,6 +123,11 @@ TEST_F(ParallelThreads, CapHoldsInNestedLoops) {
   });
   EXPECT_TRUE(ran);
   EXPECT_THROW(runWithThreads(1, [] { throw std::runtime_error("out"); }), std::runtime_error);
+  if (hardware() > 2) {
+    setThreadCount(2);
+    runWithThreads(1, [] { EXPECT_EQ(threadsOfALoop(), 1u) << "a wider arena lifted the cap"; });
+    setThreadCount(0);
+  }
   // The cap is gone with the run.
   if (hardware() > 1) {
     EXPECT_GT(threadsOfALoop(), 1u);
@@ -143,17 +148,23 @@ TEST_F(ParallelThreads, LimitMayChangeWhileLoopsRun) {
   changer.join();
 }
 
-TEST_F(ParallelThreads, IsolatedLoopMayRunUnderALockOfTheLoopAroundIt) {
-  // Were the waiting thread to take up another turn of the outer loop, it would lock twice.
-  std::mutex mutex;
-  std::atomic<std::size_t> count = 0;
-  parallelRange(0, 200, 1, [&](std::size_t first, std::size_t last) {
+TEST_F(ParallelThreads, IsolatedLoopTakesUpNoWorkOfTheLoopAroundIt) {
+  // Under a lock that the outer bodies take, too, such work would lock twice.
+  std::atomic<std::size_t> count = 0, entered = 0;
+  parallelRange(0, 100, 1, [&](std::size_t first, std::size_t last) {
+    thread_local bool inside = false;
     for (std::size_t i = first; i < last; ++i) {
-      const std::lock_guard lock(mutex);
-      isolatedRange(0, 64, 1, [&](std::size_t from, std::size_t to) { count += to - from; });
+      if (inside) ++entered;
+      inside = true;
+      isolatedRange(0, 16, 1, [&](std::size_t from, std::size_t to) {
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+        count += to - from;
+      });
+      inside = false;
     }
   });
-  EXPECT_EQ(count, 200u * 64u);
+  EXPECT_EQ(count, 100u * 16u);
+  EXPECT_EQ(entered, 0u);
 }
 
 TEST(BulkThreads, CopyAndFillReachEveryElement) {

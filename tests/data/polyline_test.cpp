@@ -92,6 +92,9 @@ TEST(Polyline, ResampledPointsLieOnTheCurveAtEvenLengths) {
       }
     }
   }
+  for (std::size_t count = 2; count < 400; ++count) {
+    ASSERT_EQ(resampled(points, count).back(), points.back()) << count;
+  }
   // On a straight line the steps are the lengths.
   const Points line = resampled({{0, 0, 0}, {1, 0, 0}, {1, 0, 0}, {8, 0, 0}}, 9);
   for (std::size_t k = 0; k < 9; ++k) EXPECT_FLOAT_EQ(line[k].x, static_cast<float>(k));
@@ -130,6 +133,11 @@ TEST(Polyline, ValuesGoWithThePoints) {
     const Points places = resampled(points, count);
     for (std::size_t k = 0; k < count; ++k) EXPECT_EQ(out[k], places[k].x);
   }
+  // At a point its own value comes out, not one that is rounded.
+  const std::vector<float> odd = {0.1f, -3.7f, 8.9f, 1e30f, 2.0f};
+  std::vector<float> same(5);
+  resampleAlong(Points{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}}, odd, same);
+  EXPECT_EQ(same, odd);
   std::vector<float> still(3);
   resampleAlong(Points(2, {1, 1, 1}), std::vector<float>{2, 4}, still);
   EXPECT_EQ(still, (std::vector<float>{2, 3, 4}));

@@ -49,6 +49,10 @@ TEST(StrandDiff, ListsExactlyTheStrandsWritten) {
     }
   }
   EXPECT_EQ(changedStrands(before, all)->strands, List{5000}) << "a strand is listed once";
+  StrandSet two = before;
+  writes[0](two, 71);
+  writes[1](two, 68);
+  EXPECT_EQ(changedStrands(before, two)->strands, (List{68, 71}));
 }
 
 TEST(StrandDiff, EqualBytesAreNoChange) {

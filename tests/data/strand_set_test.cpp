@@ -142,7 +142,8 @@ TEST(StrandSet, OverwritingCopiesNothing) {
     EXPECT_EQ(set.points().size(), copy.points().size());
   }
   const StrandSet holder = set;
-  EXPECT_EQ(set.overwritePoints().data(), points) << "the freed array was not recycled";
+  EXPECT_EQ(set.overwritePoints().data(), points);
+  EXPECT_EQ(set.points()[100], filled.points()[100]) << "fresh memory, not the recycled array";
   EXPECT_EQ(holder.points(), filled.points());
 }
 
@@ -243,6 +244,21 @@ TEST(StrandSet, ExtentIsThatOfThePoints) {
   EXPECT_EQ(extent.max, (Vec3f{3, 4, 12}));
   EXPECT_EQ(extent.maxLength, 17.0f);
   EXPECT_TRUE(extent.finite);
+
+  // The far points of three blocks, each the farthest in its own way.
+  StrandSet large = makeStrands(3 * 2048, 2);
+  large.mutablePoints()[2 * 100 + 1] = {0, 500, 0};
+  large.mutablePoints()[2 * 2050].x = -100.0f;
+  large.mutablePoints()[2 * 6143].z = 300.0f;
+  float longest = 0.0f;
+  for (std::size_t i = 0; i < large.strandCount(); ++i) {
+    longest = std::max(longest, polylineLength(large.strandPoints(i)));
+  }
+  const Extent found = large.extent();
+  EXPECT_EQ(found.maxLength, longest);
+  EXPECT_EQ(found.max.y, 500.0f);
+  EXPECT_EQ(found.min.x, -100.0f);
+  EXPECT_EQ(found.max.z, 300.0f);
 }
 
 TEST(StrandSet, EveryWayOfMovingPointsIsSeenByTheExtent) {
@@ -413,6 +429,11 @@ TEST(StrandSet, HashSeesEveryValueAndNothingElse) {
       [](StrandSet& s) { s.addStrandChannel("a", 0.0f); },
       [](StrandSet& s) { s.addPointChannel("a", 0.0f); },
       [](StrandSet& s) { s.removePointChannel("wet"); },
+      [](StrandSet& s) {
+        const Array<float> values = *s.strandChannel("clump");
+        s.removeStrandChannel("clump");
+        s.overwriteStrandChannel("clumq", 0.0f) = values;
+      },
       [](StrandSet& s) { s.addStrand(0, {}, std::vector<Vec3f>{}); },
   };
   for (const auto& write : writes) {

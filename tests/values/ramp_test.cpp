@@ -94,6 +94,12 @@ TEST(Ramp, JumpsAtTwoKeysOfOnePosition) {
   }
   // Keys of one position keep the order in which they were given.
   EXPECT_EQ(Ramp({{0.5f, 7}, {0, 1}, {1, 8}, {0.5f, 2}}).evaluate(0.5f), 2.0f);
+  Keys many;
+  for (int i = 0; i < 60; ++i) many.push_back({i % 2 == 0 ? 0.5f : 0.25f, static_cast<float>(i)});
+  const Keys sorted = Ramp(many).keys();
+  for (std::size_t i = 1; i < 60; ++i) {
+    EXPECT_TRUE(i == 30 || sorted[i - 1].value < sorted[i].value);
+  }
   EXPECT_EQ(Ramp({{0.5f, 3}, {0.5f, 4}}).evaluate(0.5f), 3.0f);
   EXPECT_EQ(Ramp({{0.5f, 3}, {0.5f, 4}}).evaluate(0.6f), 4.0f);
 }
