@@ -80,6 +80,12 @@ TEST(StrandLayout, SetMayBeAddedToItself) {
     EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(),
                            set.widths().begin() + static_cast<long>(set.offsets()[added])));
   }
+  // The first points of all, which a freed array loses first.
+  StrandSet first = makeStrands(1, 3);
+  for (int round = 0; round < 20; ++round) first.addStrand(5, {}, first.strandPoints(0));
+  for (std::size_t i = 0; i < first.pointCount(); ++i) {
+    EXPECT_EQ(first.points()[i], makeStrands(1, 3).points()[i % 3]);
+  }
   const StrandSet before = set;
   set.append(set);
   EXPECT_EQ(set.strandCount(), 2 * before.strandCount());
