@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "core/base/hash.h"
+#include "core/values/udim.h"
 
 namespace kestrane {
 
