@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -82,6 +83,17 @@ inline Float4 select(Mask4 mask, Float4 a, Float4 b) {
 }
 
 #endif
+
+/// Tells the memory that this object will be read soon. No more than a hint.
+template <class T>
+inline void prefetch([[maybe_unused]] const T& object) {
+#if defined(__GNUC__)
+  constexpr std::size_t kLine = 64;
+  for (std::size_t offset = 0; offset < sizeof(T); offset += kLine) {
+    __builtin_prefetch(reinterpret_cast<const char*>(&object) + offset);
+  }
+#endif
+}
 
 inline Float4 load4(const float* values) {
   Float4 lanes;

@@ -73,12 +73,12 @@ inline Float4 boxDistances(const BoxNode& node, const Vec3x4& point) {
 }
 
 /// Visits the leaves of a tree, the children of a node by ascending distance, and skips all that is
-/// not nearer than `limit`, which visitLeaf(leafNumber) may lower. nodeDistances(node) gives a
-/// Float4 of numbers of 0 or more, of which only the order and the limit matter. Ties go to
-/// the lower child first. Allocates nothing.
-template <class NodeDistances, class VisitLeaf>
-inline void visitByDistance(const BoxNode* nodes, std::int32_t root, const float& limit,
-                            NodeDistances&& nodeDistances, VisitLeaf&& visitLeaf) {
+/// not nearer than `limit`, which visit(leaf) may lower. `leaves` holds what belongs to each leaf.
+/// nodeDistances(node) gives a Float4 of numbers of 0 or more. Ties go to the lower child first.
+/// Allocates nothing.
+template <class Leaf, class NodeDistances, class Visit>
+inline void visitByDistance(const BoxNode* nodes, const Leaf* leaves, std::int32_t root,
+                            const float& limit, NodeDistances&& nodeDistances, Visit&& visit) {
   // A distance's bits and a child number in one word: distances are never negative, so the words
   // sort as the distances do. 4^16 leaves hold every item number, and a node leaves 3 children
   // behind on the way down.
@@ -88,7 +88,7 @@ inline void visitByDistance(const BoxNode* nodes, std::int32_t root, const float
   if (at == BoxTreeShape::kNoChild) return;
   for (;;) {
     if (at < 0) {
-      visitLeaf(static_cast<std::uint32_t>(~at));
+      visit(leaves[~at]);
     } else {
       const BoxNode& node = nodes[at];
       alignas(16) float distances[4];
@@ -112,6 +112,15 @@ inline void visitByDistance(const BoxNode* nodes, std::int32_t root, const float
       };
       order(0, 1), order(2, 3), order(0, 2), order(1, 3), order(1, 2);
       for (int k = 0; k < 4; ++k) stack[size + k] = keys[k];
+      // Most of these will be visited, and their memory can be on its way while the first is.
+      for (std::size_t k = 0; k < count; ++k) {
+        const auto child = static_cast<std::int32_t>(static_cast<std::uint32_t>(keys[k]));
+        if (child < 0) {
+          prefetch(leaves[~child]);
+        } else {
+          prefetch(nodes[child]);
+        }
+      }
       size += count;
     }
     std::uint64_t next;

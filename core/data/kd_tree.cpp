@@ -83,10 +83,9 @@ std::size_t KdTree::nearest(Vec3f position, std::span<KdHit> hits, float maxDist
   std::size_t count = 0;
   const Vec3x4 positions = splat(position.x, position.y, position.z);
   detail::visitByDistance(
-      tree_->nodes.data(), tree_->root, limit,
+      tree_->nodes.data(), tree_->packets.data(), tree_->root, limit,
       [&](const detail::BoxNode& node) { return detail::boxDistances(node, positions); },
-      [&](std::uint32_t leaf) {
-        const Packet& packet = tree_->packets[leaf];
+      [&](const Packet& packet) {
         alignas(16) float distances[kLanes];
         for (int half = 0; half < 2; ++half) {
           const Vec3x4 offset = load4(packet.position[half]) - positions;

@@ -224,10 +224,9 @@ SurfaceHit TriangleBvh::closestPoint(Vec3f position, float maxDistance) const {
 
   const Vec3x4 positions = splat(position.x, position.y, position.z);
   visitByDistance(
-      nodes_.data(), root_, best,
+      nodes_.data(), packets_.data(), root_, best,
       [&](const BoxNode& node) { return boxDistances(node, positions); },
-      [&](std::uint32_t leaf) {
-        const Packet& packet = packets_[leaf];
+      [&](const Packet& packet) {
         const NearestPoints nearest = nearestPoints(packet, positions);
         for (int k = 0; k < kLanes; ++k) {
           if (!(nearest.distanceSquared[k] < best)) continue;
@@ -253,9 +252,9 @@ SurfaceHit TriangleBvh::raycast(Vec3f origin, Vec3f direction, float maxDistance
   // A hit just at the greatest distance still counts.
   float best = std::min(std::nextafter(maxDistance, FLT_MAX), FLT_MAX);
   visitByDistance(
-      nodes_.data(), root_, best, [&](const BoxNode& node) { return ray.enterDistances(node); },
-      [&](std::uint32_t leaf) {
-        const Packet& packet = packets_[leaf];
+      nodes_.data(), packets_.data(), root_, best,
+      [&](const BoxNode& node) { return ray.enterDistances(node); },
+      [&](const Packet& packet) {
         float u = 0.0f, v = 0.0f;
         const int lane = ray.hit(packet, best, u, v);
         if (lane < 0) return;

@@ -37,7 +37,7 @@ class TriangleBvh {
   static constexpr int kLanes = 4;
   /// The triangles of one leaf side by side: corner[k][axis][lane]. Lanes without a triangle hold
   /// corners that are not numbers, so that no test accepts them.
-  struct alignas(64) Packet {
+  struct alignas(32) Packet {
     float corner[3][3][kLanes];
     std::int32_t face[kLanes];
   };
