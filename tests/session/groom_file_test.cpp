@@ -1,0 +1,210 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "core/base/file.h"
+#include "core/base/parallel.h"
+#include "tests/session/groom_fixtures.h"
+
+namespace kestrane {
+namespace {
+
+using test::expectSameDocument;
+using test::makeDocument;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string temporaryPath(const std::string& name) {
+  return (std::filesystem::path(testing::TempDir()) / name).string();
+}
+
+/// A scalp large enough for its arrays to be written and read in many slices.
+GroomDocument largeDocument() {
+  GroomDocument document = makeDocument();
+  ScalpMesh mesh = test::makeGrid(260);
+  std::vector<Vec3f> points = mesh.points();
+  for (std::size_t i = 0; i < points.size(); ++i) points[i].y = std::sin(0.37f * i) * 5.0f;
+  document.scalp.mesh = mesh.withPoints(points, points);
+  return document;
+}
+
+TEST(GroomFile, EveryFieldReturns) {
+  const GroomDocument document = makeDocument();
+  expectSameDocument(document, parseGroomFile(groomFileText(document)));
+  expectSameDocument(GroomDocument{}, parseGroomFile(groomFileText(GroomDocument{})));
+}
+
+TEST(GroomFile, LargeArraysReturnAndTheTextIsTheSameAtEveryThreadCountThreads) {
+  const GroomDocument document = largeDocument();
+  std::string texts[2];
+  for (const std::size_t threads : {1, 8}) {
+    runWithThreads(threads, [&] { texts[threads > 1] = groomFileText(document); });
+  }
+  EXPECT_TRUE(texts[0] == texts[1]);
+  expectSameDocument(document, parseGroomFile(texts[0]));
+  const std::string path = temporaryPath("large.groom");
+  writeGroomFile(path, document);
+  EXPECT_TRUE(readWholeFile(path) == texts[0]);
+  expectSameDocument(document, readGroomFile(path));
+}
+
+TEST(GroomFile, TheTextIsPlainJsonInTheOrderOfTheFormat) {
+  const Json json = Json::parse(groomFileText(makeDocument()));
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : json.items()) keys.push_back(key);
+  EXPECT_EQ(
+      keys,
+      (std::vector<std::string>{
+          "format",      "version",   "framesPerSecond", "units",       "upAxis",     "source",
+          "graph",       "hierarchy", "parts",           "correctives", "flow",       "controls",
+          "maps",        "scalp",     "guides",          "scalpCache",  "guideCache", "searchPaths",
+          "followScalp", "cardBake",  "simCaches",       "prototypes",  "colliders"}));
+  keys.clear();
+  for (const auto& [key, value] : json["scalp"].items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{"points", "triangles", "polygons", "subdivision",
+                                            "subdivisionFrom", "topology", "uvs", "colorSets",
+                                            "restPoints"}));
+  EXPECT_THAT(json["scalp"]["topology"].get<std::string>(), testing::MatchesRegex("[0-9a-f]{16}"));
+  EXPECT_EQ(json["maps"]["color"]["channels"], 4);
+  EXPECT_FALSE(json["maps"]["density"].contains("channels"));
+  for (const Json& value : json["scalp"]["points"]) EXPECT_TRUE(value.is_number_float());
+}
+
+TEST(GroomFile, AnEmptyGroomWritesLittle) {
+  EXPECT_EQ(groomFileText(GroomDocument{}),
+            R"({"format":"kestrane.groom","version":1,"units":"cm","upAxis":"Y"})");
+}
+
+/// Names that look like what the format's writers use between themselves.
+TEST(GroomFile, TheMarkOfArraysNeverAppears) {
+  GroomDocument document = makeDocument();
+  document.source = "@kestrane.floats:0@";
+  document.controls["@kestrane.floats:1@"] = 1.0;
+  document.graph["@kestrane.floats:2@"] = "x @kestrane.floats:@kestrane.floats:";
+  document.searchPaths.push_back(
+      "\xEF\xB7\x90"
+      "0");
+  const std::string text = groomFileText(document);
+  EXPECT_THAT(text, Not(HasSubstr("@kestrane.floats:")));
+  expectSameDocument(document, parseGroomFile(text));
+}
+
+/// The same groom in texts that only the plain parser takes, or that others may write.
+TEST(GroomFile, OtherFormsOfTheSameGroom) {
+  const GroomDocument document = makeDocument();
+  const std::string text = groomFileText(document);
+  expectSameDocument(document, parseGroomFile(Json::parse(text).dump(2)));
+  GroomDocument sorted = parseGroomFile(nlohmann::json::parse(text).dump());
+  sorted.graph = document.graph;  // whose keys were sorted, too
+  expectSameDocument(document, sorted);
+  Json json = Json::parse(text);
+  for (const char* key : {"graph", "hierarchy", "parts", "correctives", "flow", "simCaches"}) {
+    json[key] = " \t\r\n" + json[key].dump();
+  }
+  json["later"] = {{"points", std::vector<double>(200, 0.5)}, {"x", nullptr}};
+  expectSameDocument(document, parseGroomFile(json.dump()));
+  json["later"]["mark"] =
+      "\xEF\xB7\x90"
+      "3";
+  expectSameDocument(document, parseGroomFile(json.dump()));
+  expectSameDocument(document, parseGroomFile(json.dump(-1, ' ', true)));
+}
+
+TEST(GroomFile, NullIsZeroAndBlankDocumentsAreNone) {
+  const GroomDocument document = parseGroomFile(R"({"format":"kestrane.groom","graph":" ",
+      "hierarchy":"","flow":" ","simCaches":"\n","guides":[{"id":3,"points":[null,1,-0.0]}]})");
+  EXPECT_TRUE(document.graph.is_null());
+  EXPECT_EQ(document.hierarchy, nullptr);
+  EXPECT_EQ(document.flow, nullptr);
+  EXPECT_TRUE(document.simCaches.is_null());
+  ASSERT_EQ(document.guides.size(), 1u);
+  EXPECT_EQ(document.guides[0].points[0], (Vec3f{0, 1, 0}));
+  EXPECT_TRUE(std::signbit(document.guides[0].points[0].z));
+  EXPECT_EQ(document.guides[0].root, StrandRoot{});
+}
+
+TEST(GroomFile, AMeshWithoutTriangles) {
+  GroomDocument document;
+  document.scalp.mesh = std::make_shared<const ScalpMesh>();
+  const GroomDocument back = parseGroomFile(groomFileText(document));
+  ASSERT_NE(back.scalp.mesh, nullptr);
+  EXPECT_EQ(back.scalp.mesh->triangleCount(), 0u);
+}
+
+void expectWriteFails(const GroomDocument& document, const std::string& message) {
+  try {
+    (void)groomFileText(document);
+    FAIL() << message;
+  } catch (const GroomFileError& error) {
+    EXPECT_EQ(error.what(), message);
+  }
+}
+
+TEST(GroomFile, NonFiniteValuesStopTheWrite) {
+  const auto breakAt = [](std::vector<Vec3f> points) {
+    points[2].y = NAN;
+    return points;
+  };
+  GroomDocument document = makeDocument();
+  document.scalp.mesh = document.scalp.mesh->withPoints(breakAt(document.scalp.mesh->points()));
+  expectWriteFails(document, "groom file: 'scalp.points' holds a non-finite value at index 7");
+
+  document = makeDocument();
+  document.guides[1].points[0].x = INFINITY;
+  expectWriteFails(document, "groom file: 'guides.points' holds a non-finite value at index 0");
+  document = makeDocument();
+  document.guides[1].root.v = NAN;
+  expectWriteFails(document, "groom file: 'guides.root' holds a non-finite value at index 0");
+  document = makeDocument();
+  document.controls["wet"] = -INFINITY;
+  expectWriteFails(document, "groom file: 'controls' holds a non-finite value at index 0");
+  document = makeDocument();
+  document.framesPerSecond = NAN;
+  expectWriteFails(document, "groom file: 'framesPerSecond' holds a non-finite value at index 0");
+  document = makeDocument();
+  document.maps["density"].values[3] = NAN;
+  expectWriteFails(document, "groom file: 'maps.values' holds a non-finite value at index 3");
+  document = makeDocument();
+  document.upAxis = "X";
+  expectWriteFails(document, "groom file: upAxis is \"Y\" or \"Z\", not \"X\"");
+  document = makeDocument();
+  document.source = "\xff";
+  expectWriteFails(document, "groom file: 'source' is not UTF-8 text");
+}
+
+void expectFileFails(const std::function<void()>& run, const std::string& message) {
+  try {
+    run();
+    FAIL() << message;
+  } catch (const GroomFileError& error) {
+    EXPECT_EQ(error.what(), message);
+  }
+}
+
+TEST(GroomFile, FilesThatCannotBeReadOrWritten) {
+  const std::string missing = temporaryPath("missing/there.groom");
+  expectFileFails([&] { (void)readGroomFile(missing); }, "cannot read '" + missing + "'");
+  expectFileFails([&] { writeGroomFile(missing, makeDocument()); },
+                  "cannot write '" + missing + "'");
+  expectFileFails([&] { writeGroomFile("/dev/full", largeDocument()); },
+                  "cannot write '/dev/full'");
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
+}
+
+TEST(GroomFile, AFailedWriteLeavesTheOldFile) {
+  const std::string path = temporaryPath("kept.groom");
+  writeGroomFile(path, makeDocument());
+  const std::string before = readWholeFile(path);
+  GroomDocument broken = makeDocument();
+  broken.controls["wet"] = NAN;
+  EXPECT_THROW(writeGroomFile(path, broken), GroomFileError);
+  EXPECT_EQ(readWholeFile(path), before);
+}
+
+}  // namespace
+}  // namespace kestrane
