@@ -9,8 +9,8 @@ set -euo pipefail
 # A compiler, the libraries of the core and the program, and a software driver to draw with.
 build=(g++ cmake ninja-build libtbb-dev nlohmann-json3-dev libstb-dev libcli11-dev
        libegl-dev libgl-dev libegl1 libegl-mesa0 libgl1-mesa-dri)
-# GoogleTest, and Python for the tests of the program and of its USD.
-test=(libgtest-dev libgmock-dev python3 python3-venv ca-certificates)
+# GoogleTest, readers to check our images with, and Python for the tests of the program and of its USD.
+test=(libgtest-dev libgmock-dev libpng-dev zlib1g-dev python3 python3-venv ca-certificates)
 bench=(libbenchmark-dev python3)
 lint=(clang-format-14 git python3)
 

@@ -1,0 +1,72 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <new>
+#include <sstream>
+
+#include "core/base/parallel.h"
+#include "hosts/cli/commands.h"
+
+namespace kestrane {
+
+namespace {
+
+constexpr const char* programVersion = "0.2.0";
+
+/// Parses and runs; returns the exit code.
+int runProgram(int argumentCount, char** arguments) {
+  Console console;
+  std::size_t threads = 0;
+  CommandWork work;
+
+  CLI::App app("Kestrane grows hair and fur on a mesh, from a graph of operators and from guides.",
+               "kestrane");
+  app.set_version_flag("--version", programVersion);
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_flag("--quiet", console.quiet, "Errors and results only");
+  app.add_option("--threads", threads, "The most threads to use (0: all)");
+  for (const auto add :
+       {addSampleCommand, addNewCommand, addInfoCommand, addEvaluateCommand, addExportCommand,
+        addDrawCommand, addOperatorsCommand, addExpressionCommand}) {
+    add(app, work);
+  }
+
+  try {
+    try {
+      app.parse(argumentCount, arguments);
+    } catch (const CLI::ParseError& error) {
+      std::ostringstream out, err;
+      const int code = app.exit(error, out, err);
+      console.result(out.str());
+      if (code == 0) return exitDone;
+      std::fputs(err.str().c_str(), stderr);
+      return exitUsage;
+    }
+    setThreadCount(threads);
+    work(console);
+    return exitDone;
+  } catch (const CommandFailure& failure) {
+    if (*failure.what() != 0) console.error(failure.what());
+    return failure.code;
+  } catch (const std::bad_alloc&) {
+    console.error("there is not enough memory for this");
+    return exitFailed;
+  } catch (const std::exception& error) {
+    console.error(error.what());
+    return exitFailed;
+  }
+}
+
+}  // namespace
+
+}  // namespace kestrane
+
+int main(int argumentCount, char** arguments) {
+  // A reader that goes away is a failed write, not the end of the process.
+  std::signal(SIGPIPE, SIG_IGN);
+  return kestrane::runProgram(argumentCount, arguments);
+}
