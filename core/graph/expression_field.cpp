@@ -61,7 +61,11 @@ class GuideLayerMap final : public ExpressionMap {
 std::shared_ptr<const ExpressionMap> findMap(const std::string& name, const EvalContext& context,
                                              const FieldTarget& target) {
   if (context.resources != nullptr && context.resources->paintedMap) {
-    if (auto painted = context.resources->paintedMap(name); painted.map) return painted.map;
+    const auto painted = context.resources->paintedMap(name);
+    if (painted.map) return painted.map;
+    if (!painted.problem.empty()) {
+      throw ExpressionError("map(\"" + name + "\"): " + painted.problem);
+    }
   }
   GuideSetPtr guides = target.guides;
   if (!guides && context.scene != nullptr) {

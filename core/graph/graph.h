@@ -41,8 +41,9 @@ struct NodeCache {
 /// How a node ran last.
 struct NodeReport {
   double milliseconds = 0.0;
-  std::string run;    // "bypass", "full", "full 12", "incremental 3", ...
-  std::string notes;  // warnings and advice, joined by "; "
+  std::string run;                    // "bypass", "full", "full 12", "incremental 3", ...
+  std::string notes;                  // warnings and advice, joined by "; "
+  std::vector<std::string> warnings;  // alone
 };
 
 struct Node {

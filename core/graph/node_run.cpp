@@ -143,7 +143,8 @@ void NodeRun::makeOutputs() {
     }
   }
   result_.report.run = runText();
-  for (const std::string& warning : warnings_.texts()) {
+  result_.report.warnings = warnings_.texts();
+  for (const std::string& warning : result_.report.warnings) {
     if (!result_.report.notes.empty()) result_.report.notes += "; ";
     result_.report.notes += warning;
   }

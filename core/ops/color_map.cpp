@@ -87,15 +87,17 @@ EvalResources::PaintedMap paintedMap(const std::string& name, const EvalContext&
 std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContext& context) {
   if (name.empty()) return nullptr;
   const ScalpMeshPtr& surface = context.surface;
-  if (auto painted = paintedMap(name, context); painted.map) {
+  const auto fail = [&](const std::string& why) {
+    return GraphError("map '" + name + "': " + why);
+  };
+  auto painted = paintedMap(name, context);
+  if (!painted.problem.empty()) throw fail(painted.problem);
+  if (painted.map) {
     return std::make_unique<PaintedColorMap>(std::move(painted.map), surface);
   }
   if (surface && surface->colorSets().contains(name)) {
     return std::make_unique<ColorSetMap>(name, surface);
   }
-  const auto fail = [&](const std::string& why) {
-    return GraphError("map '" + name + "': " + why);
-  };
   if (isMapFile(name, context)) {
     if (!surface || !surface->hasUvs()) throw fail("an image needs a scalp with UVs");
     try {
