@@ -81,8 +81,8 @@ std::vector<Vec3f> movedPoints(const GuideRecord& guide, std::span<const ActiveL
 /// children that follow it are posed again first.
 class LevelWalk {
  public:
-  explicit LevelWalk(GuideHierarchy& hierarchy)
-      : hierarchy_(hierarchy), levels_(hierarchy.guideLevels()) {
+  LevelWalk(GuideHierarchy& hierarchy, const ScalpMesh* scalp)
+      : hierarchy_(hierarchy), scalp_(scalp), levels_(hierarchy.guideLevels()) {
     for (const int level : levels_) depth_ = std::max(depth_, level + 1);
   }
 
@@ -98,7 +98,7 @@ class LevelWalk {
           following.push_back(guide.id);
         }
       }
-      if (!following.empty()) hierarchy_.updateFromScalp(nullptr, following);
+      if (!following.empty()) hierarchy_.updateFromScalp(scalp_, following);
       moved_.insert(following.begin(), following.end());
       for (std::size_t i = 0; i < levels_.size(); ++i) {
         const GuideRecord& guide = hierarchy_.guides()[i];
@@ -113,6 +113,7 @@ class LevelWalk {
 
  private:
   GuideHierarchy& hierarchy_;
+  const ScalpMesh* scalp_;
   std::vector<int> levels_;  // setPoints and posing keep the guides in their places
   int depth_ = 0;
   std::unordered_set<std::uint64_t> moved_;
@@ -133,12 +134,13 @@ float layerWeightAt(const CorrectiveLayer& layer, double time) {
 }
 
 void applyCorrectives(std::span<const CorrectiveLayer> layers, GuideHierarchy& hierarchy,
-                      double time, const std::unordered_set<std::uint64_t>* leaveOut) {
+                      double time, const std::unordered_set<std::uint64_t>* leaveOut,
+                      const ScalpMesh* scalp) {
   const std::vector<ActiveLayer> active = activeLayers(layers, time);
   if (active.empty()) return;
   // On a copy, since offsets without bounds may throw guides out of the numbers' range half way.
   GuideHierarchy posed = hierarchy;
-  LevelWalk(posed).run([&](const GuideRecord& guide) -> std::vector<Vec3f> {
+  LevelWalk(posed, scalp).run([&](const GuideRecord& guide) -> std::vector<Vec3f> {
     if (leaveOut && leaveOut->contains(guide.id)) return {};
     return movedPoints(guide, active);
   });
@@ -146,7 +148,8 @@ void applyCorrectives(std::span<const CorrectiveLayer> layers, GuideHierarchy& h
 }
 
 void sculptIntoLayer(CorrectiveData& data, std::string_view layerName, double time,
-                     const GuideHierarchy& before, const GuideHierarchy& sculpted) {
+                     const GuideHierarchy& before, const GuideHierarchy& sculpted,
+                     const ScalpMesh* scalp) {
   std::vector<CorrectiveLayer> layers = data.layers;
   auto found = std::find_if(layers.begin(), layers.end(),
                             [&](const CorrectiveLayer& layer) { return layer.name == layerName; });
@@ -170,7 +173,7 @@ void sculptIntoLayer(CorrectiveData& data, std::string_view layerName, double ti
   // children on the levels below.
   const std::vector<ActiveLayer> active = activeLayers(layers, time);
   GuideHierarchy rebuilt = before;
-  LevelWalk(rebuilt).run([&](const GuideRecord& guide) {
+  LevelWalk(rebuilt, scalp).run([&](const GuideRecord& guide) {
     std::vector<Vec3f> moved = movedPoints(guide, active);
     const GuideRecord* wanted = sculpted.findGuide(guide.id);
     if (!wanted || wanted->points.size() != guide.points.size()) return moved;

@@ -54,14 +54,18 @@ std::string correctivesToJson(const CorrectiveData& data);
 float layerWeightAt(const CorrectiveLayer& layer, double time);
 
 /// Moves the hierarchy's guides by all layers at a time, parents first; children follow their
-/// moved parents. Guides in `leaveOut` take no offsets of their own.
+/// moved parents, drawn onto the scalp where one is given. Guides in `leaveOut` take no offsets of
+/// their own. Throws std::invalid_argument, with nothing changed, where offsets are out of all
+/// range.
 void applyCorrectives(std::span<const CorrectiveLayer> layers, GuideHierarchy& hierarchy,
-                      double time, const std::unordered_set<std::uint64_t>* leaveOut = nullptr);
+                      double time, const std::unordered_set<std::uint64_t>* leaveOut = nullptr,
+                      const ScalpMesh* scalp = nullptr);
 
 /// Records into the named layer, which is added where it lacks, what was sculpted at a time:
 /// applied to `before`, the guides without correctives, the layers then give `sculpted`. Throws
 /// std::invalid_argument, with nothing changed, where the layer has no weight at this time.
 void sculptIntoLayer(CorrectiveData& data, std::string_view layerName, double time,
-                     const GuideHierarchy& before, const GuideHierarchy& sculpted);
+                     const GuideHierarchy& before, const GuideHierarchy& sculpted,
+                     const ScalpMesh* scalp = nullptr);
 
 }  // namespace kestrane

@@ -15,7 +15,7 @@ namespace kestrane {
 
 namespace {
 
-constexpr std::int64_t partVersion = 1;
+constexpr std::uint64_t partVersion = 1;
 constexpr float shortestStroke = 1e-5f;
 
 std::string unusedName(const PartData& data, std::string_view wanted) {
@@ -32,8 +32,7 @@ std::string unusedName(const PartData& data, std::string_view wanted) {
 PartData partsFromJson(std::string_view text) {
   return detail::readDocument<PartData>(text, [](const Json& document) {
     const auto version = document.find("version");
-    if (version != document.end() &&
-        detail::readInteger(*version, INT64_MIN, INT64_MAX) > partVersion) {
+    if (version != document.end() && detail::readUint64(*version) > partVersion) {
       throw std::runtime_error("part data version is newer than this Kestrane supports");
     }
     PartData data;

@@ -67,8 +67,9 @@ TEST(Correctives, OffsetsMoveAlongTheFramesAndChildrenFollow) {
   GuideHierarchy hierarchy;
   const std::uint32_t top = hierarchy.addGroup("guides", 0);
   const std::uint64_t id = hierarchy.addGuide(top, {{0, 0, 0}, {0, 1, 0}, {0, 2, 0}});
-  hierarchy.generateChildren(top, "locks", {});
+  hierarchy.generateChildren(hierarchy.generateChildren(top, "locks", {}), "strays", {});
   const std::vector<Vec3f> child = hierarchy.guidesAtLevel(1).guides[0].points;
+  const std::vector<Vec3f> stray = hierarchy.guidesAtLevel(2).guides[0].points;
   CorrectiveLayer layer = layerAt(3);
   layer.weight = 0.5f;
   // Fewer offsets than points: the tip stays.
@@ -86,6 +87,7 @@ TEST(Correctives, OffsetsMoveAlongTheFramesAndChildrenFollow) {
                          {{0, 0, 0}, Vec3f{0, 4, 0} + side * 1.0f + up * 2.0f, {0, 2, 0}}, 1e-5f);
   const std::vector<Vec3f> moved = hierarchy.guidesAtLevel(1).guides[0].points;
   EXPECT_GT(distance(moved[1], child[1]), 1.0f);
+  EXPECT_GT(distance(hierarchy.guidesAtLevel(2).guides[0].points[1], stray[1]), 1.0f);
 }
 
 /// Guides of every level bent by hand, a few left alone.

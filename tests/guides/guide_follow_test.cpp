@@ -27,6 +27,9 @@ TEST(GuideFollow, BindsGuidesToTheScalpAndKeepsTheirShape) {
   EXPECT_EQ(hierarchy.scalpTopology(), scalp.topologyHash());
   EXPECT_LE(distance(scalp.positionAt(guide.root), {4, 0, 6}), 1e-5f);
   test::expectNearPoints(guide.points, windingCurve({4, 0, 6}, 7), 1e-5f);
+  hierarchy.setPoints(id, windingCurve({4, 0, 6}, 7, 9.0f));
+  hierarchy.updateFromScalp(&scalp);
+  test::expectNearPoints(guide.points, windingCurve({4, 0, 6}, 7, 9.0f), 1e-5f);
 }
 
 TEST(GuideFollow, TurnsAroundAGuideDrawnFromItsTip) {

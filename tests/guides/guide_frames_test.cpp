@@ -76,6 +76,15 @@ TEST(GuideFrames, AClosedLoopInSpaceReturnsTurnedByItsSolidAngle) {
   EXPECT_NEAR(std::abs(turned), wanted, 1e-2);
 }
 
+TEST(GuideFrames, CarryBackToWhereTheyCameFrom) {
+  // Double reflection is reversible even where a curve has far too few points.
+  std::vector<Vec3f> curve{{0, 0, 0}, {1, 0.2f, 0}, {1.5f, 1, 0.8f}, {1, 2, 1.6f}, {0, 2.2f, 1}};
+  const auto frames = guideFrames(curve, {0.3f, 1, 0.2f});
+  std::reverse(curve.begin(), curve.end());
+  const auto back = guideFrames(curve, frames.back().up);
+  EXPECT_LE(distance(back.back().up, frames.front().up), 1e-5f);
+}
+
 TEST(PoseChild, IsTheInverseOfTakingOffsets) {
   GuideRecord parent;
   parent.points = windingCurve({1, 2, 3}, 7);

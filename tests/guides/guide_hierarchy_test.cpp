@@ -4,6 +4,7 @@
 #include "core/guides/guide_hierarchy.h"
 
 #include <functional>
+#include <numbers>
 
 #include "tests/guides/guide_fixtures.h"
 
@@ -147,6 +148,53 @@ TEST(GuideHierarchy, ChildrenAreTheSameForTheSameSeedAndReplaceEachOther) {
   EXPECT_EQ(hierarchy.guidesAtLevel(1).guides.size(), 9u + 2u);
 }
 
+/// A child's ID and its tip offset, drawn as documents of other programs hold them.
+TEST(GuideHierarchy, ChildrenDrawTheDocumentedNumbers) {
+  constexpr std::uint64_t golden = 0x9e3779b97f4a7c15u;
+  const auto mix = [](std::uint64_t x) {
+    x ^= x >> 30;
+    x *= 0xbf58476d1ce4e5b9u;
+    x ^= x >> 27;
+    x *= 0x94d049bb133111ebu;
+    return x ^ (x >> 31);
+  };
+  const auto combine = [&](std::uint64_t h, std::uint64_t v) {
+    return mix((h ^ (v + golden + (h << 6) + (h >> 2))) + golden);
+  };
+  GuideHierarchy hierarchy;
+  const std::uint32_t top = hierarchy.addGroup("guides", 0);
+  hierarchy.addGuide(top, {{0, 0, 0}, {0, 1, 0}}, {{2.0f}, 0.9f}, 42);
+  ChildSettings settings;
+  settings.count = 3;
+  settings.rootSpread = 0.5f;
+  settings.tipSpread = 0.25f;
+  settings.jitter = 0.75f;
+  settings.twist = 1.25f;
+  settings.tubeScale = 0.5f;
+  settings.seed = 11;
+  hierarchy.generateChildren(top, "locks", settings);
+  for (std::uint64_t k = 0; k < 3; ++k) {
+    const std::uint64_t id = combine(combine(mix(42 + golden), 11), k);
+    const GuideRecord* child = hierarchy.findGuide(id);
+    ASSERT_NE(child, nullptr);
+    EXPECT_EQ(child->tube, (GuideTube{{1.0f}, 0.0f}));
+    double u[4];
+    for (std::uint64_t j = 0; j < 4; ++j) {
+      u[j] = static_cast<double>(mix(mix(id + golden) + (j + 2) * golden) >> 40) * 0x1p-24;
+    }
+    const double r = std::sqrt(u[0]), a = 2.0 * std::numbers::pi * u[1];
+    EXPECT_NEAR(child->offsets[0].x, r * 0.5 * std::cos(a), 1e-6);
+    EXPECT_NEAR(child->offsets[0].y, r * 0.5 * std::sin(a), 1e-6);
+    const double x = r * 0.25 * std::cos(a) + 0.75 * (2 * u[3] - 1);
+    const double y = r * 0.25 * std::sin(a) + 0.75 * (2 * u[2] - 1);
+    EXPECT_NEAR(child->offsets[1].x, std::cos(1.25) * x - std::sin(1.25) * y, 1e-6);
+    EXPECT_NEAR(child->offsets[1].y, std::sin(1.25) * x + std::cos(1.25) * y, 1e-6);
+  }
+  const std::uint64_t added =
+      hierarchy.addChildGuide(groupNamed(hierarchy, "locks"), 42, {{1, 0, 0}, {1, 1, 0}});
+  EXPECT_EQ(hierarchy.findGuide(added)->tube, (GuideTube{{2.0f * 0.35f}, 0.9f}));
+}
+
 TEST(GuideHierarchy, ChildrenFillTheTubeEvenly) {
   GuideHierarchy hierarchy;
   const std::uint32_t top = hierarchy.addGroup("guides", 0);
@@ -183,11 +231,13 @@ TEST(GuideHierarchy, GroupsMoveUpAndDownTheTree) {
     EXPECT_EQ(hierarchy.findGuide(record.parent)->group, top);
     test::expectNearPoints(record.points, guide.points, 1e-4f);
   }
+  hierarchy.setLocked(std::span(&before.guides[1].id, 1), true);
   hierarchy.promoteGroup(locks);
   EXPECT_EQ(hierarchy.levelOf(locks), 0);
   for (const Guide& guide : before.guides) {
     const GuideRecord& record = *hierarchy.findGuide(guide.id);
     EXPECT_EQ(record.parent, 0u);
+    EXPECT_FALSE(record.locked);
     EXPECT_TRUE(record.offsets.empty());
     EXPECT_EQ(record.points, guide.points);
   }
@@ -198,6 +248,11 @@ TEST(GuideHierarchy, GroupsMoveUpAndDownTheTree) {
     EXPECT_EQ(record.parent, guide.parent) << "roots lie closest to the guide they grew around";
     test::expectNearPoints(record.points, guide.points, 1e-4f);
   }
+  // Of leaders equally near, the first.
+  const std::uint32_t lone = hierarchy.addGroup("lone", 0);
+  const std::uint64_t id = hierarchy.addGuide(lone, windingCurve({2, 0, 3}, 5));
+  hierarchy.demoteGroup(lone, top);
+  EXPECT_EQ(hierarchy.findGuide(id)->parent, hierarchy.guides()[0].id);
 }
 
 TEST(GuideHierarchy, LockedChildrenStayAndUnlockedOnesFollowFromThere) {

@@ -6,6 +6,7 @@
 
 #include "core/base/json.h"
 #include "core/base/parallel.h"
+#include "core/guides/guide_json_scan.h"
 #include "tests/guides/guide_fixtures.h"
 
 namespace kestrane {
@@ -138,6 +139,8 @@ TEST(GuideJson, RefusesUnsoundDocumentsWithAReason) {
       {R"({"groups":[{"id":-1,"name":"a"}],"guides":[]})", "the whole number -1 is out of range"},
       {R"({"groups":[{"id":4294967296,"name":"a"}],"guides":[]})",
        "the whole number 4294967296 is out of range"},
+      {R"({"groups":[{"id":18446744073709551615,"name":"a"}],"guides":[]})",
+       "the whole number 18446744073709551615 is out of range"},
       {R"({"groups":[{"id":1.5,"name":"a"}],"guides":[]})",
        "found number where a whole number belongs"},
       {R"({"groups":[{"id":1,"name":7}],"guides":[]})", "found number where a text belongs"},
@@ -183,9 +186,32 @@ TEST(GuideJson, RefusesUnsoundDocumentsWithAReason) {
   EXPECT_EQ(failureOf(with(std::string(100000, '['))).find("invalid guide data: "), 0u);
 }
 
+TEST(GuideJson, TheQuickScanFindsEveryGuide) {
+  const GuideHierarchy hierarchy = makeRich();
+  const auto spans = detail::findGuideSpans(hierarchy.toJson());
+  ASSERT_TRUE(spans.has_value());
+  EXPECT_EQ(spans->elements.size(), hierarchy.guides().size());
+  EXPECT_EQ(parseJson(spans->outside).at("groups").size(), hierarchy.groups().size());
+  const char* const givenUp[] = {"",
+                                 "[]",
+                                 "{",
+                                 R"({"guides":1})",
+                                 R"({"guides":[1,,2]})",
+                                 R"({"guides":[1})",
+                                 R"({"guides":[1,]})",
+                                 R"({"guides":["x]})",
+                                 R"({"x":{"guides":[]}})",
+                                 R"({"guides":[],"guides":[]})"};
+  for (const char* text : givenUp) EXPECT_FALSE(detail::findGuideSpans(text)) << text;
+  const auto nested =
+      detail::findGuideSpans(R"({"x":{"guides":[1]}, "guides" : [ 2, "]\"",{"guides":[]} ]})");
+  ASSERT_TRUE(nested.has_value());
+  EXPECT_EQ(nested->elements.size(), 3u);
+}
+
 TEST(GuideJson, ACutTextIsRefusedWhereverItIsCut) {
   const std::string text = makeRich().toJson();
-  for (std::size_t size = 1; size < text.size(); size += 7) {
+  for (std::size_t size = 1; size < text.size(); size += 29) {
     EXPECT_EQ(failureOf(text.substr(0, size)).find("invalid guide data: "), 0u) << size;
   }
 }

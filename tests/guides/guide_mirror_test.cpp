@@ -23,6 +23,7 @@ GuideHierarchy makeSides() {
   settings.count = 2;
   const std::uint32_t locks = hierarchy.generateChildren(top, "locks", settings);
   hierarchy.generateChildren(locks, "strays", settings);
+  hierarchy.setAttribute(hierarchy.guidesOfGroup(locks).guides[4].id, "child", 1);
   const std::uint64_t locked = hierarchy.guidesOfGroup(locks).guides[5].id;
   hierarchy.setLocked(std::span(&locked, 1), true);
   return hierarchy;

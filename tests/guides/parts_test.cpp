@@ -60,6 +60,9 @@ TEST(Parts, TextsRoundTripAndFaultsAreNamed) {
     const char* reason;
   } cases[] = {
       {R"({"parts":[],"version":2})", "part data version is newer than this Kestrane supports"},
+      {R"({"parts":[],"version":18446744073709551615})",
+       "part data version is newer than this Kestrane supports"},
+      {R"({"parts":[],"version":-1})", "the whole number -1 is out of range"},
       {R"({"version":1})", "key 'parts' not found"},
       {R"({"parts":[{"points":[]}]})", "key 'name' not found"},
       {R"({"parts":[{"name":"a","points":[{"u":0,"v":0}]}]})", "key 'face' not found"},
@@ -164,6 +167,21 @@ TEST(PartCrossing, OnASphereIsTheCrossingOfGreatCircles) {
     crossed += wanted;
   }
   EXPECT_GT(crossed, 400u);
+}
+
+TEST(PartCrossing, OfACoarsePartCountsUpToTheSkinAboveIt) {
+  const float radius = 10.0f;
+  const ScalpMesh scalp = test::makeSphere(64, 128, radius);
+  // Its one straight segment runs half a centimetre under the skin.
+  const float c = radius * std::cos(0.3f), s = radius * std::sin(0.3f);
+  for (const float y : {1.0f, -1.0f}) {
+    const PartCrossing crossing(partAlong(scalp, {{0, y * c, -s}, {0, y * c, s}}), scalp);
+    const float top = y * radius;
+    EXPECT_TRUE(crossing.crosses({-0.05f, top, 0}, {0.05f, top, 0}));
+    EXPECT_TRUE(crossing.crosses({-0.05f, y * c, s * 0.98f}, {0.05f, y * c, s * 0.98f}));
+    EXPECT_FALSE(crossing.crosses({0.05f, top, 0}, {0.15f, top, 0}));
+    EXPECT_FALSE(crossing.crosses({-0.05f, -top, 0}, {0.05f, -top, 0}));
+  }
 }
 
 TEST(PartCrossing, EndsAndMissingPartsPartNothing) {
