@@ -56,13 +56,11 @@ class LineNoise {
       const std::size_t j = corner & 1, k = corner >> 1;
       const float share = y_.share[j] * z_.share[k];
       for (int component = 0; component < 3; ++component) {
-        std::uint64_t h =
-            hash ^ y_.hash[j] ^ z_.hash[k] ^ (seed_ + static_cast<unsigned>(component));
-        h = (h ^ h >> 29) * 0xBF58476D1CE4E5B9ull;
-        h ^= h >> 32;
-        const detail::Gradient& g = detail::gradients[h >> 8 & 0xFF];
-        sum.level[component] += share * (g.axis[1] * y_.offset[j] + g.axis[2] * z_.offset[k]);
-        sum.slope[component] += share * g.axis[0];
+        const std::uint64_t own =
+            detail::foldNoiseHash(seed_ + static_cast<std::uint64_t>(component));
+        const detail::Float4 g = detail::gradientOf(hash ^ y_.hash[j] ^ z_.hash[k] ^ own);
+        sum.level[component] += share * (g[1] * y_.offset[j] + g[2] * z_.offset[k]);
+        sum.slope[component] += share * g[0];
       }
     }
     return sum;
