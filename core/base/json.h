@@ -7,10 +7,9 @@
 #include <string>
 #include <string_view>
 
-namespace kestrane {
+#include "core/base/json_fwd.h"
 
-/// JSON whose objects keep the order in which keys were written: all documents of the system.
-using Json = nlohmann::ordered_json;
+namespace kestrane {
 
 /// Objects and arrays nested deeper than this are refused, so that no reader or writer that
 /// recurses over a document can run out of stack.

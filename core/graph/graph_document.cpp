@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/graph/graph_document.h"
+#include "core/base/json.h"
 
 #include <utility>
 #include <vector>

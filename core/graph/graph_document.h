@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/base/json.h"
+#include "core/base/json_fwd.h"
 #include "core/graph/graph.h"
 
 namespace kestrane {

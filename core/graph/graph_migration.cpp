@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/graph/graph_migration.h"
+#include "core/base/json.h"
 
 #include <algorithm>
 

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "core/base/json.h"
+#include "core/base/json_fwd.h"
 
 namespace kestrane {
 

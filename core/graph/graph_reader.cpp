@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/base/errors.h"
+#include "core/base/json.h"
 #include "core/base/text.h"
 #include "core/graph/graph_document.h"
 #include "core/graph/graph_migration.h"

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <utility>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 
 namespace kestrane {

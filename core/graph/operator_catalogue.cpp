@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 
 namespace kestrane {

@@ -40,7 +40,6 @@ bool StrandEdit::beginChanged(GraphValue& previous, const StrandChanges& changes
 StrandSet& StrandEdit::previous() {
   if (!previous_) {
     auto set = std::get<StrandSetPtr>(*previousValue_);
-    if (set->pointCount() != output_.pointCount()) throw NeedsWholeSet();
     // Two holders: this pointer and the value. With no third the old result is ours to take apart.
     if (mayRecycle_ && set.use_count() == 2) {
       *previousValue_ = std::monostate();
@@ -82,9 +81,18 @@ void StrandEdit::needWholeSet() {
 void StrandEdit::layOut(std::span<const std::uint32_t> counts) {
   StrandSet laid;
   if (changed_ != nullptr) {
-    laid = *std::get<StrandSetPtr>(*previousValue_);
+    // The layout is the old result's. Of its arrays the points come over at once, as they tell how
+    // long others are; a second holder would make every later write copy them.
+    static const StrandSet nothing;
+    StrandSet& old = previous();
+    laid = old;
     for (const std::string& name : laid.strandChannelNames()) laid.removeStrandChannel(name);
     for (const std::string& name : laid.pointChannelNames()) laid.removePointChannel(name);
+    laid.sharePointsFrom(nothing);
+    laid.shareWidthsFrom(nothing);
+    laid.takePointsFrom(old);
+    if (laid.pointCount() != laid.offsets().back()) throw NeedsWholeSet();
+    relaid_ = true;
   } else {
     laid.resizeFromCounts(counts, StrandSet::keepPoints | StrandSet::keepWidths);
   }
@@ -110,13 +118,15 @@ std::vector<StrandEdit::ChannelArrays> StrandEdit::pointChannelArrays() {
 
 std::span<Vec3f> StrandEdit::points() {
   if (changed_ == nullptr) return output_.overwritePoints();
-  output_.takePointsFrom(previous());
+  if (!relaid_) output_.takePointsFrom(previous());
+  if (output_.pointCount() != output_.offsets().back()) throw NeedsWholeSet();
   return output_.mutablePoints();
 }
 
 std::span<float> StrandEdit::widths() {
   if (changed_ == nullptr) return output_.overwriteWidths();
   output_.takeWidthsFrom(previous());
+  if (output_.widths().size() != output_.offsets().back()) throw NeedsWholeSet();
   return output_.mutableWidths();
 }
 
@@ -146,7 +156,8 @@ const Array<std::uint64_t>& StrandEdit::offsets() const {
 
 GraphValue StrandEdit::finish() {
   if (passed_) return input_;
-  return std::make_shared<const StrandSet>(std::move(output_));
+  // Not a const object: the next run may take it apart.
+  return StrandSetPtr(std::make_shared<StrandSet>(std::move(output_)));
 }
 
 GraphValue StrandOperator::evaluate(const EvalContext& context,

@@ -159,6 +159,7 @@ class StrandEdit {
   GraphValue* previousValue_ = nullptr;
   std::shared_ptr<StrandSet> previous_;
   bool mayRecycle_ = false;
+  bool relaid_ = false;
 };
 
 /// An operator that makes each strand of its first input anew, looking at no other strand: it gives
@@ -171,6 +172,7 @@ class StrandOperator : public DeclaredOperator {
   bool evaluateChanged(const EvalContext& context, std::span<const GraphValue> inputs,
                        IncrementalState& state, GraphValue& result,
                        StrandChangesPtr& changes) override;
+  bool keepsOnlyWritten() const override { return true; }
 
  protected:
   virtual void edit(StrandEdit& edit) = 0;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "core/base/json.h"
 #include "core/guides/correctives.h"
 #include "core/guides/document_text.h"
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/guides/document_text.h"
+#include "core/base/json.h"
 
 #include <cfloat>
 #include <cmath>

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "core/base/json.h"
 #include "core/guides/document_text.h"
 #include "core/guides/guide_frames.h"
 #include "core/guides/surface_point_text.h"

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <unordered_set>
 
+#include "core/base/json.h"
 #include "core/data/polyline.h"
 #include "core/guides/document_text.h"
 #include "core/guides/surface_point_text.h"

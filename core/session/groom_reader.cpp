@@ -6,6 +6,7 @@
 
 #include "core/base/errors.h"
 #include "core/base/file.h"
+#include "core/base/json.h"
 #include "core/base/text.h"
 #include "core/guides/correctives.h"
 #include "core/guides/flow.h"

@@ -38,6 +38,9 @@ struct EvaluateRequest {
   bool motion = false;
   /// Nodes keep no results: for an export, where memory counts for more than the next evaluation.
   bool lean = false;
+  /// The last result may be taken apart to make the new one, which saves a copy of its arrays.
+  /// Should the evaluation then fail, strands() is null.
+  bool recycle = false;
   /// Data of a stroke that is under way is in use, which a detached copy cannot stand for.
   bool liveData = false;
   /// Detached only: the sceneRevision() that the caller saw; 0 takes the scene as it is.

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/base/json.h"
+#include "core/base/json_fwd.h"
 
 namespace kestrane {
 

@@ -9,6 +9,7 @@
 
 #include "core/base/array.h"
 #include "core/base/errors.h"
+#include "core/base/json.h"
 #include "core/base/parallel.h"
 #include "core/base/text.h"
 #include "core/session/number_text.h"

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "core/base/errors.h"
+#include "core/base/json.h"
 #include "core/session/number_text.h"
 
 namespace kestrane {

@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 #include "core/guides/guide_hierarchy.h"
 #include "core/session/groom_document.h"

@@ -10,6 +10,7 @@
 
 #include "core/base/errors.h"
 #include "core/base/hash.h"
+#include "core/base/json.h"
 #include "core/base/text.h"
 
 namespace kestrane {

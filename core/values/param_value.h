@@ -8,7 +8,7 @@
 #include <string_view>
 #include <variant>
 
-#include "core/base/json.h"
+#include "core/base/json_fwd.h"
 #include "core/base/vec.h"
 #include "core/values/map_ref.h"
 #include "core/values/ramp.h"

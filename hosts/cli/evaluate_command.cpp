@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "core/base/json.h"
 #include "core/base/text.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/evaluation_options.h"

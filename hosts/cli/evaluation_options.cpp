@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 #include "hosts/cli/console.h"
 #include "hosts/cli/progress.h"

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "core/base/json.h"
 #include "core/expr/expression.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/json_text.h"

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "core/base/json.h"
 #include "core/base/text.h"
 #include "core/graph/graph_document.h"
 #include "core/guides/guide_hierarchy.h"

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "core/base/file.h"
+#include "core/base/json.h"
 #include "core/base/text.h"
 #include "core/graph/graph_document.h"
 #include "core/guides/guide_hierarchy.h"

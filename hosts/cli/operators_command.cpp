@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/json_text.h"

@@ -3,6 +3,7 @@
 
 #include "hosts/cli/sample_groom.h"
 
+#include "core/base/json.h"
 #include "core/graph/graph_document.h"
 #include "core/guides/guide_hierarchy.h"
 #include "core/guides/parts.h"

@@ -15,15 +15,17 @@
 #include "tests/support/groom_checks.h"
 
 namespace kestrane {
-
-struct CardMesh {};
-struct FeatherLayer {};
-struct ScaleMesh {};
-
 namespace {
 
 using test::expectSameStrands;
 using test::makeStrands;
+
+/// A pointer that differs from all others, to something of a type that only later floors know.
+template <class T>
+std::shared_ptr<const T> attachment() {
+  const auto owner = std::make_shared<int>(0);
+  return {owner, reinterpret_cast<const T*>(owner.get())};
+}
 
 /// Strands with a channel of each kind and an attachment of each kind.
 StrandSet makeDressedStrands(std::size_t count, std::size_t pointsPerStrand) {
@@ -32,9 +34,9 @@ StrandSet makeDressedStrands(std::size_t count, std::size_t pointsPerStrand) {
   for (std::size_t i = 0; i < clump.size(); ++i) clump[i] = static_cast<float>(i);
   auto& wet = set.addPointChannel("wet", 0.25f);
   for (std::size_t i = 0; i < wet.size(); ++i) wet[i] = 0.5f * static_cast<float>(i);
-  set.cardMesh = std::make_shared<CardMesh>();
-  set.featherLayers = {std::make_shared<FeatherLayer>()};
-  set.scaleMeshes = {std::make_shared<ScaleMesh>(), std::make_shared<ScaleMesh>()};
+  set.cardMesh = attachment<CardMesh>();
+  set.featherLayers = {attachment<FeatherLayer>()};
+  set.scaleMeshes = {attachment<ScaleMesh>(), attachment<ScaleMesh>()};
   return set;
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "core/base/file.h"
+#include "core/base/json.h"
 #include "core/base/parallel.h"
 #include "tests/session/groom_fixtures.h"
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "core/base/json.h"
 #include "core/guides/correctives.h"
 #include "core/guides/flow.h"
 #include "core/guides/guide_hierarchy.h"

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "core/base/hash.h"
+#include "core/base/json.h"
 #include "tests/session/groom_fixtures.h"
 
 namespace kestrane {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/session/number_text.h"
+#include "core/base/json.h"
 
 #include <gtest/gtest.h>
 

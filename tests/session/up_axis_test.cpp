@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "core/base/json.h"
 #include "core/graph/operator_registry.h"
 #include "tests/session/groom_fixtures.h"
 
