@@ -9,8 +9,8 @@
 
 namespace kestrane {
 
-/// What an evaluation changed against an earlier result. A null pointer to one means that everything
-/// may have changed; an empty record that nothing did.
+/// What an evaluation changed against an earlier result. A null pointer to one means that
+/// everything may have changed; an empty record that nothing did.
 struct StrandChanges {
   bool all = false;
   std::vector<std::uint32_t> strands;  // ascending indices of the strands that changed
