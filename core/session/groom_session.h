@@ -158,7 +158,7 @@ class GroomSession {
   std::optional<ActiveNode> activeNode(std::string_view type) const;
   /// The names of the active Blend nodes that mix colour nodes.
   std::vector<std::string> colorBlendNodes() const;
-  /// Whether an active node reads the time.
+  /// Whether another time may give another result: correctives or an active node read it.
   bool readsTime() const;
 
  private:

@@ -1,0 +1,188 @@
+// SPDX-FileCopyrightText: 2026 The Kestrane authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "core/session/session_evaluation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+#include "core/graph/graph_evaluation.h"
+#include "core/session/scalp_follow.h"
+
+namespace kestrane {
+
+namespace {
+
+bool isFiniteValue(const GraphValue& value) {
+  if (const auto strands = valueAs<StrandSet>(value)) return strands->extent().finite;
+  if (const auto guides = valueAs<GuideSet>(value)) {
+    for (const Guide& guide : guides->guides) {
+      if (!std::all_of(guide.points.begin(), guide.points.end(),
+                       [](Vec3f point) { return isFinite(point); })) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+bool isFiniteNode(const Node& node) {
+  return std::all_of(node.cache.outputs.begin(), node.cache.outputs.end(), isFiniteValue);
+}
+
+/// Follows what is not finite from a node up to where it was made: the name of the node all of
+/// whose sources are finite; empty where the nodes hold no results to tell by.
+std::string findCulprit(const Graph& graph, std::uint32_t id) {
+  std::set<std::uint32_t> seen;
+  for (;;) {
+    const Node& node = graph.node(id);
+    if (!node.cache.cached || isFiniteNode(node) || !seen.insert(id).second) return {};
+    const auto bad =
+        std::find_if(node.sources.begin(), node.sources.end(), [&](std::uint32_t source) {
+          return source != 0 && graph.node(source).cache.cached &&
+                 !isFiniteNode(graph.node(source));
+        });
+    if (bad == node.sources.end()) return node.name;
+    id = *bad;
+  }
+}
+
+[[noreturn]] void failNonFinite(const GraphDocument& document) {
+  const std::string what = "points that are not numbers (NaN or infinite)";
+  const std::string culprit = findCulprit(document.graph, document.output);
+  const Node& output = document.graph.node(document.output);
+  if (culprit.empty() || culprit == output.name) {
+    throw GraphError("the strands have " + what + ": a node before the output made them");
+  }
+  throw GraphError("node '" + culprit + "' makes " + what);
+}
+
+StrandSetPtr outputStrands(const GraphDocument& document, const std::vector<GraphValue>& outputs) {
+  const GraphValue value = outputs.empty() ? GraphValue() : outputs.front();
+  if (const auto strands = valueAs<StrandSet>(value)) return strands;
+  if (const auto guides = valueAs<GuideSet>(value)) {
+    return std::make_shared<const StrandSet>(strandsFromGuides(*guides));
+  }
+  throw GraphError("node '" + document.graph.node(document.output).name +
+                   "' is the graph's output but gives no strands");
+}
+
+/// Without a key of their own, nodes run whole: what they hold counts as of other parameters.
+void forgetOwnKeys(Graph& graph) {
+  for (auto& [id, node] : graph.nodes()) node.cache.ownKey = 0;
+}
+
+/// The surface of the current scene that stands for the one on which strands were grown at rest.
+ScalpMeshPtr posedSurface(const Graph& graph, const ScalpMeshPtr& atRest,
+                          const EvaluationInputs& inputs) {
+  const EvalContext context = contextOf(inputs, *inputs.scene);
+  for (const auto& [id, node] : graph.nodes()) {
+    if (node.op->type() != "Scalp" || !node.cache.cached || node.cache.outputs.empty()) continue;
+    if (valueAs<ScalpMesh>(node.cache.outputs.front()) != atRest) continue;
+    const auto scalp = freshOperator(*node.op);
+    scalp->adoptState(*node.op);
+    return valueAs<ScalpMesh>(scalp->evaluate(context, {}));
+  }
+  return inputs.scene->scalp;
+}
+
+/// The bounds, looking again only at what changed where the last result can be built on.
+Extent extentOf(const StrandSet& strands, const NodeCache& cache, const EvaluationInputs& inputs) {
+  const bool leadsOn = inputs.previous && inputs.previousRevision != 0 && !inputs.preview &&
+                       cache.previousRevision == inputs.previousRevision && !cache.changes.empty();
+  if (leadsOn && cache.changes.front()) {
+    return strands.extentAfter(*inputs.previous, *cache.changes.front());
+  }
+  return strands.extent();
+}
+
+void gatherWarnings(GraphDocument& document, const EvalContext& context,
+                    std::vector<std::string>& warnings) {
+  std::set<std::string> active;
+  forEachActiveUpstream(document.graph, document.output, context,
+                        [&](const std::string& name, Operator&) {
+                          active.insert(name);
+                          return true;
+                        });
+  for (const auto& [id, report] : document.graph.reports) {
+    const auto node = document.graph.nodes().find(id);
+    if (node == document.graph.nodes().end() || !active.contains(node->second.name)) continue;
+    for (const std::string& warning : report.warnings) {
+      warnings.push_back("node '" + node->second.name + "': " + warning);
+    }
+  }
+}
+
+}  // namespace
+
+EvalContext contextOf(const EvaluationInputs& inputs, const SessionScene& scene) {
+  EvalContext context;
+  const float detail = inputs.request.detail;
+  context.detail = std::isnan(detail) ? 1.0f : std::clamp(detail, 0.0f, 1.0f);
+  context.time = inputs.request.time;
+  context.viewport = inputs.request.viewport;
+  context.scene = &scene.table;
+  context.resources = &scene.resources;
+  context.motion = inputs.request.motion;
+  context.variant = inputs.request.variant;
+  context.preview = inputs.preview;
+  return context;
+}
+
+EvaluationResult runEvaluation(GraphDocument& document, const EvaluationInputs& inputs) {
+  Graph& graph = document.graph;
+  const bool follows = inputs.restScene != nullptr;
+  const EvalContext context = contextOf(inputs, follows ? *inputs.restScene : *inputs.scene);
+  if (!inputs.incremental) forgetOwnKeys(graph);
+  const std::uint64_t ranBefore = graph.nodesEvaluated;
+  // What strands are rooted on is only known from results that are kept.
+  const bool lean = inputs.request.lean && !follows;
+  EvaluationResult result;
+  result.strands = outputStrands(document, lean ? evaluateLean(graph, document.output, context)
+                                                : evaluate(graph, document.output, context));
+  const NodeCache& cache = graph.node(document.output).cache;
+  if (follows) {
+    result.restRan = graph.nodesEvaluated != ranBefore;
+    const ScalpMeshPtr surface = cache.surface ? cache.surface : inputs.restScene->scalp;
+    const ScalpMeshPtr posed = posedSurface(graph, surface, inputs);
+    if (surface && posed) result.strands = carryStrands(result.strands, *surface, *posed);
+    result.extent = result.strands->extent();
+  } else if (lean) {
+    result.extent = result.strands->extent();
+  } else {
+    result.extent = extentOf(*result.strands, cache, inputs);
+    result.revision = inputs.preview ? 0 : cache.revision;
+  }
+  if (!result.extent.finite) failNonFinite(document);
+  gatherWarnings(document, context, result.warnings);
+  return result;
+}
+
+std::vector<int> scalpLevels(const Graph& graph, int renderLevels) {
+  std::set<int> levels;
+  for (const auto& [id, node] : graph.nodes()) {
+    if (node.op->type() != "Scalp") continue;
+    const std::string word = node.op->parameters.text("subdivision");
+    const int level = word == "matchRender" ? renderLevels : word.size() == 1 ? word[0] - '0' : 0;
+    if (level >= 1 && level <= 3) levels.insert(level);
+  }
+  return {levels.begin(), levels.end()};
+}
+
+void adoptNodes(Graph& to, Graph& from) {
+  for (auto& [id, node] : to.nodes()) {
+    const std::uint32_t old = from.findNode(node.name);
+    if (old == 0 || from.node(old).op->type() != node.op->type()) continue;
+    node.op->adoptState(*from.node(old).op);
+    node.cache = std::move(from.node(old).cache);
+    from.node(old).cache = {};
+    if (const auto report = from.reports.find(old); report != from.reports.end()) {
+      to.reports[id] = std::move(report->second);
+    }
+  }
+  to.nodesEvaluated = from.nodesEvaluated;
+  to.nodesIncremental = from.nodesIncremental;
+}
+
+}  // namespace kestrane
