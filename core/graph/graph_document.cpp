@@ -2,10 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/graph/graph_document.h"
-#include "core/base/json.h"
 
 #include <utility>
 #include <vector>
+
+#include "core/base/json.h"
 
 namespace kestrane {
 

@@ -25,6 +25,12 @@ struct GraphDocument {
 
 /// Reads a graph. Throws GraphError, or SchemaError for its version; nothing is half-loaded.
 GraphDocument graphFromJson(std::string_view text);
+inline GraphDocument graphFromJson(const char* text) {
+  return graphFromJson(std::string_view(text));
+}
+inline GraphDocument graphFromJson(const std::string& text) {
+  return graphFromJson(std::string_view(text));
+}
 GraphDocument graphFromJson(const Json& json);
 Json graphToJson(const GraphDocument& document);
 

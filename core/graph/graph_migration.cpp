@@ -2,9 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/graph/graph_migration.h"
-#include "core/base/json.h"
 
 #include <algorithm>
+
+#include "core/base/json.h"
 
 namespace kestrane {
 

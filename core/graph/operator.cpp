@@ -71,6 +71,10 @@ std::vector<ParamSpec> effectiveParams(const Operator& op) {
   return params;
 }
 
+Json Operator::definition() const {
+  return {};
+}
+
 std::unique_ptr<Operator> freshOperator(const Operator& op) {
   std::unique_ptr<Operator> fresh = OperatorRegistry::instance().create(op.type());
   if (const Json definition = op.definition(); !definition.is_null()) {

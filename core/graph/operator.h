@@ -93,7 +93,7 @@ class Operator {
   virtual bool keepsOnlyWritten() const { return false; }
   /// What the operator holds beyond its parameters, as graph JSON keeps it under "definition"; null
   /// for nothing. The setter throws GraphError for what is no definition.
-  virtual Json definition() const { return {}; }
+  virtual Json definition() const;
   virtual void setDefinition(const Json&) {}
 
   ParamSet parameters;

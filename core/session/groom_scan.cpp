@@ -2,9 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/session/groom_scan.h"
-#include "core/base/json.h"
 
 #include <charconv>
+
+#include "core/base/json.h"
 
 namespace kestrane {
 
