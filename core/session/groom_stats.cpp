@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/session/groom_stats.h"
+
 #include "core/base/json.h"
 
 namespace kestrane {
