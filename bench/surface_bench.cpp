@@ -16,6 +16,7 @@
 #include "core/data/kd_tree.h"
 #include "core/data/scalp_mesh.h"
 #include "core/data/subdivision.h"
+#include "core/data/surface_walk.h"
 
 namespace kestrane {
 namespace {
@@ -108,6 +109,27 @@ void raycast(benchmark::State& state) {
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kQueries));
 }
 BENCHMARK(raycast)->Unit(benchmark::kMillisecond);
+
+/// Argument 0: the step's length in hundredths; an edge of the mesh is about 10 of these.
+void walk(benchmark::State& state) {
+  const ScalpMesh mesh = makeHead(158);
+  mesh.adjacency();
+  const float size = static_cast<float>(state.range(0)) * 0.01f;
+  std::vector<StrandRoot> roots(kQueries);
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < kQueries; ++i) {
+      const StrandRoot from{static_cast<std::int32_t>(i % mesh.triangleCount()), 0.3f, 0.3f};
+      const Vec3f step{unitFloat(mix64(i)) - 0.5f, unitFloat(mix64(i + 7)) - 0.5f, 0.1f};
+      roots[i] = walkOnSurface(mesh, from, size * step);
+    }
+    benchmark::DoNotOptimize(roots.data());
+  }
+  for (const StrandRoot root : roots) {
+    if (!mesh.hasFace(root.face)) state.SkipWithError("a walk left the mesh");
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kQueries));
+}
+BENCHMARK(walk)->ArgName("length")->Arg(5)->Arg(50)->Unit(benchmark::kMillisecond);
 
 void buildTree(benchmark::State& state) {
   const ScalpMesh base = makeHead(158);
