@@ -117,6 +117,8 @@ class StrandBinder {
       }
     } else {
       for (Candidate& c : inReach_) c.weight /= sum;
+      // The nearest guide may be one of too small a reach.
+      if (settings_.limitDistance > 0.0f) nearest = std::min(nearest, findNearest(region));
     }
     std::sort(inReach_.begin(), inReach_.end(),
               [](const Candidate& a, const Candidate& b) { return a.guide < b.guide; });
@@ -157,11 +159,11 @@ class StrandBinder {
       return a.distance < b.distance;
     });
     const float closest = nearest_.front().distance;
-    // The radius is the first guide past those that count; a coincident pair at the border of the
-    // set would give it no room, and counts as one guide less.
+    // The radius is the first guide past those that count. At its own distance a guide would weigh
+    // nothing, so guides that lie level with it count by nearness alone.
     float radius = nearest_.size() > neighbors ? nearest_[neighbors].distance : infinity;
-    std::size_t used = std::min(nearest_.size(), neighbors);
-    if (used > 1 && nearest_[used - 1].distance >= radius) --used;
+    const std::size_t used = std::min(nearest_.size(), neighbors);
+    if (nearest_[used - 1].distance >= radius) radius = infinity;
     nearest_.resize(used);
     if (settings_.neighbors == 1) radius = infinity;
     for (Candidate& c : nearest_) c.weight = reachWeight(c.distance, radius);

@@ -37,7 +37,7 @@ class GuideBinding {
   std::vector<std::uint16_t> guides16;
   std::vector<std::uint32_t> guides32;
   std::vector<std::uint16_t> weights;
-  std::vector<float> distance;  // per strand, to its nearest usable guide
+  std::vector<float> distance;  // per strand, to its nearest usable guide, where a limit is set
   std::size_t guideCount = 0;
 
  private:

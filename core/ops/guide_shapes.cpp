@@ -14,6 +14,8 @@ namespace {
 
 // Pieces of the smooth curve between two points of a guide.
 constexpr int piecesPerSegment = 8;
+// A lifted point comes down again when its segment gets its length back; a few rounds settle it.
+constexpr int liftRounds = 3;
 
 struct Rotation {
   float m[9];
@@ -104,27 +106,32 @@ void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
   const ClearanceField& field = *shapes_.field_;
   const std::size_t count = points.size();
   bool lifted = false;
-  lengths_.clear();
+  Vec3f before = points[0];  // the last point as it came
   for (std::size_t k = 1; k < count; ++k) {
-    const float height = field.heightAt(points[k]);
-    if (height >= field.band()) continue;
-    float wanted = 0.0f;
-    for (std::size_t e = binding_.begin(strand); e < binding_.end(strand); ++e) {
-      wanted += binding_.weight(e) * shapes_.heights_[binding_.guide(e) * count + k];
-    }
-    if (!(wanted - height > field.tolerance())) continue;
-    if (!lifted) {
-      lengths_.resize(count);
-      for (std::size_t i = 1; i < count; ++i) lengths_[i] = distance(points[i - 1], points[i]);
+    const Vec3f aim = points[k];
+    const float segment = distance(before, aim);
+    before = aim;
+    // From the first lift on the strand is walked: each segment keeps its length and heads for
+    // where its end was.
+    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * segment;
+    for (int round = 0; round < liftRounds; ++round) {
+      const float height = field.heightAt(points[k]);
+      if (height >= field.band()) break;
+      const float sunk = wantedHeight(strand, k, count) - height;
+      if (!(sunk > field.tolerance())) break;
+      const Vec3f raised = points[k] + field.upAt(points[k]) * sunk;
+      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * segment;
       lifted = true;
     }
-    points[k] += field.upAt(points[k]) * (wanted - height);
   }
-  if (!lifted) return;
-  for (std::size_t k = 1; k < count; ++k) {
-    const Vec3f way = normalize(points[k] - points[k - 1]);
-    points[k] = points[k - 1] + way * lengths_[k];
+}
+
+float StrandBlender::wantedHeight(std::size_t strand, std::size_t k, std::size_t count) const {
+  float wanted = 0.0f;
+  for (std::size_t e = binding_.begin(strand); e < binding_.end(strand); ++e) {
+    wanted += binding_.weight(e) * shapes_.heights_[binding_.guide(e) * count + k];
   }
+  return wanted;
 }
 
 void scaleToLength(std::span<Vec3f> points, float target) {

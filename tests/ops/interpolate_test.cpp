@@ -36,9 +36,9 @@ TEST(Interpolate, ReproducesAGuideAtItsOwnRoot) {
     std::vector<Vec3f> wanted(8);
     resamplePolyline(guide.points, wanted);
     for (std::size_t k = 0; k < 8; ++k) {
-      EXPECT_LT(distance(grown->strandPoints(i)[k], wanted[k]), 2e-3f) << i << " " << k;
+      EXPECT_LT(distance(grown->strandPoints(i)[k], wanted[k]), 2e-2f) << i << " " << k;
     }
-    EXPECT_NEAR((*grown->strandChannel("curliness"))[i], guide.attributes.at("curliness"), 1e-3f);
+    EXPECT_NEAR((*grown->strandChannel("curliness"))[i], guide.attributes.at("curliness"), 5e-3f);
   }
 }
 
@@ -266,7 +266,7 @@ TEST(GuideBinding, WeightsSumToOneAndReachIsRespected) {
   }
   const std::vector<std::int32_t> faces(roots.size(), -1);
   for (const int neighbors : {1, 2, 3, 8}) {
-    const auto binding = bindToGuides(inputOf(roots, faces, guides), {neighbors, 1.5f, 2.0f, 0.0f});
+    const auto binding = bindToGuides(inputOf(roots, faces, guides), {neighbors, 1.5f, 2.0f, 1.0f});
     for (std::size_t i = 0; i < roots.size(); ++i) {
       float sum = 0.0f, nearest = 1e9f;
       for (std::size_t e = binding->begin(i); e < binding->end(i); ++e) sum += binding->weight(e);
@@ -415,34 +415,55 @@ TEST(ClearanceField, KnowsTheHeightsNearASphere) {
 }
 
 TEST(Interpolate, LiftsStrandsOutOfABulgeAndKeepsTheirLength) {
+  // A plain with a hill in the middle. Guides lie along the plain on both sides of it, so that
+  // strands blended from them would run through the hill.
   OpsFixture fixture;
-  // Guides lie flat along the top of the sphere; a strand blended from both sides would cut
-  // through.
+  constexpr int n = 60;
+  const auto hill = [](float x, float z) { return 1.5f * std::exp(-(x * x + z * z) / 2.0f); };
+  std::vector<Vec3f> points;
+  std::vector<ScalpMesh::Triangle> triangles;
+  for (int row = 0; row <= n; ++row) {
+    for (int column = 0; column <= n; ++column) {
+      const float x = 0.2f * static_cast<float>(column) - 6.0f;
+      const float z = 0.2f * static_cast<float>(row) - 6.0f;
+      points.push_back({x, hill(x, z), z});
+      if (row == 0 || column == 0) continue;
+      const int corner = row * (n + 1) + column;
+      triangles.push_back({corner - n - 2, corner - 1, corner});
+      triangles.push_back({corner - n - 2, corner, corner - n - 1});
+    }
+  }
+  fixture.scalp = std::make_shared<const ScalpMesh>(points, triangles);
+  fixture.context.surface = fixture.scalp;
   auto guides = std::make_shared<GuideSet>();
   for (int side = -1; side <= 1; side += 2) {
     Guide guide;
     guide.id = static_cast<std::uint64_t>(side + 2);
     for (int k = 0; k < 12; ++k) {
-      const float angle = static_cast<float>(side) * 0.9f + 0.12f * static_cast<float>(k);
-      const float radius = k == 0 ? 10.0f : 10.1f;
-      guide.points.push_back(Vec3f{std::sin(angle), std::cos(angle), 0} * radius);
+      guide.points.push_back({-4.0f + 0.7f * static_cast<float>(k), k == 0 ? 0.0f : 0.1f,
+                              4.0f * static_cast<float>(side)});
     }
-    guide.root = fixture.scalp->closestPoint(guide.points[0]).root;
     guides->guides.push_back(std::move(guide));
   }
   fixture.guides = guides;
-  const StrandSet strands = fixture.rootedStrands(200, 17);
-  const auto deepest = [&](bool keep) {
+  StrandSet strands;
+  for (int i = 0; i < 20; ++i) {
+    const Vec3f from{-3.5f, 0.0f, -1.0f + 0.1f * static_cast<float>(i)};
+    const SurfaceHit hit = fixture.scalp->closestPoint(from);
+    strands.addStrand(static_cast<std::uint64_t>(i), hit.root, std::vector<Vec3f>(33, from));
+  }
+  const auto grow = [&](bool keep) {
     const auto op = fixture.make("Interpolate");
     op->parameters.set("keepClearance", keep);
     const StrandSetPtr grown = fixture.run(*op, strands);
-    float low = 1e9f;
-    for (const Vec3f p : grown->points()) low = std::min(low, length(p) - 10.0f);
-    return std::pair(low, grown);
+    float lowest = 1e9f;
+    for (const Vec3f p : grown->points()) lowest = std::min(lowest, p.y - hill(p.x, p.z));
+    return std::pair(lowest, grown);
   };
-  const auto [sunk, plain] = deepest(false);
-  const auto [kept, lifted] = deepest(true);
-  EXPECT_GT(kept, sunk + 0.2f);
+  const auto [sunk, plain] = grow(false);
+  const auto [kept, lifted] = grow(true);
+  EXPECT_LT(sunk, -1.0f);
+  EXPECT_GT(kept, -0.3f);
   test::expectLengthsKept(*plain, *lifted, 1e-3f);
 }
 
