@@ -3,7 +3,6 @@
 
 #include "core/base/text.h"
 
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -36,16 +35,6 @@ std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(blanks);
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-// Readers take numbers as doubles and round them to floats, which is as good as reading the float
-// itself for every float but one: its shortest text, 7.038531e-26, lies so close to the middle
-// between two floats that the double is that middle. One digit more keeps it.
-char* writeNumber(char* out, float value) {
-  if ((std::bit_cast<std::uint32_t>(value) & 0x7FFFFFFFu) == 0x15AE43FDu) {
-    return std::to_chars(out, out + longestNumber, value, std::chars_format::scientific, 7).ptr;
-  }
-  return std::to_chars(out, out + longestNumber, value).ptr;
 }
 
 void appendNumber(std::string& text, float value) {
