@@ -17,10 +17,10 @@ namespace kestrane {
 namespace {
 
 // A float is mantissa * 2^-binary with a mantissa of 24 bits. Those handled here have a `binary` of
-// 0 to 53, which makes them 2^-30 (1e-9) up to 2^24; whatever is larger or smaller is left to the
+// 0 to 52, which makes them 2^-29 (2e-9) up to 2^24; whatever is larger or smaller is left to the
 // standard library. In this range, all products below are exact in 64 bits, so that the method of
 // Giulietti ("The Schubfach way to render doubles", 2020) needs no tables of rounded powers.
-constexpr int largestBinary = 53;
+constexpr int largestBinary = 52;
 constexpr std::uint64_t smallestMantissa = std::uint64_t{1} << 23;
 
 /// How the numbers of one exponent are scaled: by 10^decimals they become whole numbers with just
