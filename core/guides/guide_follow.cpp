@@ -53,8 +53,12 @@ void bindToScalp(GuideRecord& guide, const ScalpMesh& scalp) {
       hit = tip;
     }
   }
-  guide.root = hit.root;
-  const SurfaceFrame frame = surfaceFrameAt(scalp, hit.root);
+  // A guide that still begins at its root keeps it to the bit: a search may find the same place in
+  // other numbers, and an edit of a tip must not look like a moved root.
+  const bool stays =
+      scalp.hasFace(guide.root.face) && scalp.positionAt(guide.root) == guide.points.front();
+  if (!stays) guide.root = hit.root;
+  const SurfaceFrame frame = surfaceFrameAt(scalp, guide.root);
   const Vec3f start = guide.points.front();
   guide.rootLocal.resize(guide.points.size());
   for (std::size_t i = 0; i < guide.points.size(); ++i) {
