@@ -16,14 +16,38 @@ float angleBetween(Vec3f a, Vec3f b) {
 
 }  // namespace
 
-void PolylinePlaces::even(std::span<const Vec3f> points, std::size_t count) {
+void PolylinePlaces::measure(std::span<const Vec3f> points) {
   measure_.resize(points.size());
   float total = 0.0f;
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (i > 0) total += distance(points[i - 1], points[i]);
     measure_[i] = total;
   }
+}
+
+void PolylinePlaces::even(std::span<const Vec3f> points, std::size_t count) {
+  measure(points);
   spread(count);
+}
+
+void PolylinePlaces::shortened(std::span<const Vec3f> points, float share) {
+  const std::size_t count = points.size();
+  segments_.assign(count, 0);
+  shares_.assign(count, 0.0f);
+  if (count < 2) return;
+  const auto lastSegment = static_cast<std::uint32_t>(count - 2);
+  if (share >= 1.0f) {
+    for (std::size_t k = 0; k + 1 < count; ++k) segments_[k] = static_cast<std::uint32_t>(k);
+    segments_.back() = lastSegment;
+    shares_.back() = 1.0f;
+    return;
+  }
+  if (!(share > 0.0f)) return;
+  measure(points);
+  std::uint32_t segment = 0;
+  for (std::size_t k = 1; k < count; ++k) {
+    place(k, measure_[k] * share, segment, lastSegment);
+  }
 }
 
 void PolylinePlaces::byTurning(std::span<const Vec3f> points, std::size_t count) {
@@ -57,16 +81,20 @@ void PolylinePlaces::spread(std::size_t count) {
   std::uint32_t segment = 0;
   const auto lastSegment = static_cast<std::uint32_t>(pointCount - 2);
   for (std::size_t k = 1; k + 1 < count; ++k) {
-    const float wanted = static_cast<float>(k) * end / static_cast<float>(count - 1);
-    while (segment < lastSegment && measure_[segment + 1] < wanted) ++segment;
-    const float size = measure_[segment + 1] - measure_[segment];
-    segments_[k] = segment;
-    shares_[k] = size > 0.0f ? std::clamp((wanted - measure_[segment]) / size, 0.0f, 1.0f) : 0.0f;
+    place(k, static_cast<float>(k) * end / static_cast<float>(count - 1), segment, lastSegment);
   }
   if (count > 1) {
     segments_.back() = lastSegment;
     shares_.back() = 1.0f;
   }
+}
+
+void PolylinePlaces::place(std::size_t k, float wanted, std::uint32_t& segment,
+                           std::uint32_t lastSegment) {
+  while (segment < lastSegment && measure_[segment + 1] < wanted) ++segment;
+  const float size = measure_[segment + 1] - measure_[segment];
+  segments_[k] = segment;
+  shares_[k] = size > 0.0f ? std::clamp((wanted - measure_[segment]) / size, 0.0f, 1.0f) : 0.0f;
 }
 
 float turningAngle(std::span<const Vec3f> points) {

@@ -22,6 +22,11 @@ class PolylinePlaces {
   /// twentieth of the measure is arc length, which keeps straight stretches from losing all places.
   void byTurning(std::span<const Vec3f> points, std::size_t count);
 
+  /// The polyline's own points, drawn in toward the root along it so that a share of the length
+  /// stays: the last point ends on the segment that is cut, and the count is kept, so that what
+  /// changes with a strand stays within it. A share of 1 or more leaves every point where it is.
+  void shortened(std::span<const Vec3f> points, float share);
+
   template <class T>
   void apply(std::span<const T> values, std::span<T> out) const {
     for (std::size_t k = 0; k < segments_.size(); ++k) {
@@ -33,7 +38,10 @@ class PolylinePlaces {
   }
 
  private:
+  void measure(std::span<const Vec3f> points);
   void spread(std::size_t count);
+  /// Puts place k at a cumulative measure, walking on from the segment of the place before it.
+  void place(std::size_t k, float wanted, std::uint32_t& segment, std::uint32_t lastSegment);
 
   std::vector<float> measure_;  // cumulative, one per point of the polyline
   std::vector<std::uint32_t> segments_;

@@ -13,7 +13,6 @@
 #include "core/data/polyline.h"
 #include "core/graph/operator_registry.h"
 #include "core/graph/strand_operator.h"
-#include "core/ops/cut_kernel.h"
 #include "core/ops/noise_kernel.h"
 #include "core/ops/resample_kernel.h"
 
@@ -176,7 +175,8 @@ class LengthOp final : public StrandOperator {
     if (!trims && keep.isConstant() && keep.constant() >= 1.0f) return edit.passThrough();
 
     const StrandSet& in = edit.input();
-    const auto cutOf = [&](std::size_t strand) {
+    edit.resampleAll(256, [&](std::size_t strand, const auto& apply) {
+      thread_local PolylinePlaces places;
       FieldReader keeps(keep), fractions(fraction);
       const std::uint64_t id = in.ids()[strand];
       float share = std::clamp(keeps.strand(strand), 0.0f, 1.0f);
@@ -184,12 +184,9 @@ class LengthOp final : public StrandOperator {
         const float draw = unitFloat(hashCombine(id, seed ^ trimDrawSalt));
         share *= 1.0f - lerp(std::min(trimMin, trimMax), trimMax, draw);
       }
-      return cutPolyline(in.strandPoints(strand), share);
-    };
-    edit.setPointCounts(256, [&](std::size_t strand) {
-      return in.strandPoints(strand).empty() ? 0u : cutOf(strand).pointCount();
+      places.shortened(in.strandPoints(strand), share);
+      apply(places);
     });
-    edit.resampleAll(256, [&](std::size_t strand, const auto& apply) { apply(cutOf(strand)); });
   }
 };
 
