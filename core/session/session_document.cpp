@@ -1,9 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Kestrane authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "core/session/session_state.h"
-
 #include "core/base/json.h"
+#include "core/session/session_state.h"
 
 namespace kestrane {
 
