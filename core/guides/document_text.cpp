@@ -2,11 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "core/guides/document_text.h"
-#include "core/base/json.h"
 
 #include <cfloat>
 #include <cmath>
 #include <limits>
+
+#include "core/base/json.h"
 
 namespace kestrane::detail {
 
