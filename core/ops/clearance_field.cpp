@@ -28,6 +28,7 @@ ClearanceField::ClearanceField(const ScalpMesh& mesh) {
   const float diagonal = distance(low, high);
   if (mesh.triangleCount() == 0 || !std::isfinite(diagonal) || !(diagonal > 0.0f)) return;
   cell_ = diagonal / cellsAlongDiagonal;
+  perCell_ = 1.0f / cell_;
   band_ = bandCells * cell_;
   const float margin = band_ + cell_;
   low_ = low - Vec3f{margin, margin, margin};
@@ -35,6 +36,8 @@ ClearanceField::ClearanceField(const ScalpMesh& mesh) {
     size_[axis] =
         static_cast<std::int64_t>(std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell_)) + 1;
   }
+  end_ = {static_cast<float>(size_[0] - 1), static_cast<float>(size_[1] - 1),
+          static_cast<float>(size_[2] - 1)};
   const std::size_t rows = static_cast<std::size_t>(size_[1] * size_[2]);
   const auto columns = static_cast<std::size_t>(size_[0]);
   heights_.assign(rows * columns, band_);
@@ -66,37 +69,44 @@ ClearanceField::ClearanceField(const ScalpMesh& mesh) {
   });
 }
 
-bool ClearanceField::find(Vec3f position, Place& place) const {
-  const Vec3f at = (position - low_) / cell_;
-  for (int axis = 0; axis < 3; ++axis) {
-    if (!(at[axis] >= 0.0f) || at[axis] >= static_cast<float>(size_[axis] - 1)) return false;
-  }
-  const auto x = static_cast<std::int64_t>(at.x), y = static_cast<std::int64_t>(at.y),
-             z = static_cast<std::int64_t>(at.z);
-  place.node = static_cast<std::size_t>((z * size_[1] + y) * size_[0] + x);
-  place.x = at.x - static_cast<float>(x);
-  place.y = at.y - static_cast<float>(y);
-  place.z = at.z - static_cast<float>(z);
+bool ClearanceField::find(Vec3f position, Cell& cell) const {
+  const Vec3f at = (position - low_) * perCell_;
+  // Written so that a place that is no number lies outside.
+  const bool inside = (at.x >= 0.0f) & (at.y >= 0.0f) & (at.z >= 0.0f) & (at.x < end_.x) &
+                      (at.y < end_.y) & (at.z < end_.z);
+  if (!inside) return false;
+  const auto x = static_cast<std::int32_t>(at.x), y = static_cast<std::int32_t>(at.y),
+             z = static_cast<std::int32_t>(at.z);
+  cell.corner = heights_.data() + (z * size_[1] + y) * size_[0] + x;
+  cell.share = {at.x - static_cast<float>(x), at.y - static_cast<float>(y),
+                at.z - static_cast<float>(z)};
   return true;
 }
 
 float ClearanceField::heightAt(Vec3f position) const {
-  Place place;
-  if (!find(position, place)) return band_;
-  const float* corner = heights_.data() + place.node;
-  const std::size_t row = static_cast<std::size_t>(size_[0]);
-  const std::size_t slice = row * static_cast<std::size_t>(size_[1]);
-  const auto along = [&](std::size_t offset) {
-    return lerp(corner[offset], corner[offset + 1], place.x);
+  Cell cell;
+  if (!find(position, cell)) return band_;
+  const std::int64_t row = size_[0], slice = size_[0] * size_[1];
+  const auto along = [&](std::int64_t offset) {
+    return lerp(cell.corner[offset], cell.corner[offset + 1], cell.share.x);
   };
-  return lerp(lerp(along(0), along(row), place.y), lerp(along(slice), along(slice + row), place.y),
-              place.z);
+  return lerp(lerp(along(0), along(row), cell.share.y),
+              lerp(along(slice), along(slice + row), cell.share.y), cell.share.z);
 }
 
 Vec3f ClearanceField::upAt(Vec3f position) const {
-  const float step = 0.5f * cell_;
-  const auto slope = [&](Vec3f way) { return heightAt(position + way) - heightAt(position - way); };
-  return normalize({slope({step, 0, 0}), slope({0, step, 0}), slope({0, 0, step})});
+  Cell cell;
+  if (!find(position, cell)) return {};
+  const std::int64_t row = size_[0], slice = size_[0] * size_[1];
+  const float* c = cell.corner;
+  const float x = cell.share.x, y = cell.share.y, z = cell.share.z;
+  // The slopes of the mix that heightAt is.
+  const auto slopeX = [&](std::int64_t offset) { return c[offset + 1] - c[offset]; };
+  const auto alongX = [&](std::int64_t offset) { return lerp(c[offset], c[offset + 1], x); };
+  return normalize(
+      {lerp(lerp(slopeX(0), slopeX(row), y), lerp(slopeX(slice), slopeX(slice + row), y), z),
+       lerp(alongX(row) - alongX(0), alongX(slice + row) - alongX(slice), z),
+       lerp(alongX(slice) - alongX(0), alongX(slice + row) - alongX(row), y)});
 }
 
 }  // namespace kestrane

@@ -27,16 +27,19 @@ class ClearanceField {
   float tolerance() const { return 0.01f * cell_; }
 
  private:
-  struct Place {
-    std::size_t node = 0;
-    float x = 0.0f, y = 0.0f, z = 0.0f;
+  /// The heights at the corners of a grid cell, X fastest, and where in it a point lies.
+  struct Cell {
+    const float* corner;
+    Vec3f share;
   };
-  bool find(Vec3f position, Place& place) const;
+  bool find(Vec3f position, Cell& cell) const;
 
   Vec3f low_;
   float cell_ = 1.0f;
+  float perCell_ = 1.0f;  // 1 over it
   float band_ = 0.0f;
   std::int64_t size_[3] = {0, 0, 0};
+  Vec3f end_;  // of the cells, counted in them
   std::vector<float> heights_;
 };
 
