@@ -31,6 +31,11 @@ std::uint64_t keyOf(KdHit hit) {
   return keyOf(hit.distanceSquared, hit.index);
 }
 
+KdHit hitOf(std::uint64_t key) {
+  return {static_cast<std::uint32_t>(key),
+          std::bit_cast<float>(static_cast<std::uint32_t>(key >> 32))};
+}
+
 /// The next number after one that is not negative: the first squared distance that is too far.
 float justPast(float x) {
   return x < FLT_MAX ? std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) + 1) : FLT_MAX;
@@ -93,16 +98,15 @@ std::size_t KdTree::nearest(Vec3f position, std::span<KdHit> hits, float maxDist
         }
         for (int k = 0; k < kLanes; ++k) {
           if (!(distances[k] < limit)) continue;
-          const KdHit hit{packet.index[k], distances[k]};
-          const std::uint64_t key = keyOf(hit);
-          if (count == hits.size()) {
-            if (key >= keyOf(hits[count - 1])) continue;
-          } else {
-            ++count;
+          std::uint64_t key = keyOf({packet.index[k], distances[k]});
+          // Ripples through all slots without a branch that depends on the distances: for the dozen
+          // neighbours usually asked for, cheaper than a search for the place.
+          for (std::size_t place = 0; place < count; ++place) {
+            const std::uint64_t here = keyOf(hits[place]);
+            hits[place] = hitOf(key < here ? key : here);
+            key = key < here ? here : key;
           }
-          std::size_t place = count - 1;
-          for (; place > 0 && keyOf(hits[place - 1]) > key; --place) hits[place] = hits[place - 1];
-          hits[place] = hit;
+          if (count < hits.size()) hits[count++] = hitOf(key);
           // Points at the last one's distance may still win by their index.
           if (count == hits.size()) limit = justPast(hits[count - 1].distanceSquared);
         }
