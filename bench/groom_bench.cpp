@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -22,8 +23,17 @@
 namespace kestrane {
 namespace {
 
+/// The path of a file of real data, or an empty one where there is none.
+std::string dataFile(const char* name) {
+  const char* folder = std::getenv("KESTRANE_DATA");
+  const auto path = std::filesystem::path(folder ? folder : KESTRANE_SAMPLE_DATA) / name;
+  return std::filesystem::exists(path) ? path.string() : std::string();
+}
+
 ScalpMeshPtr benchScalp() {
-  if (const char* path = std::getenv("KESTRANE_BENCH_SCALP")) return scalpFromObj(readObj(path));
+  if (const std::string path = dataFile("head.obj"); !path.empty()) {
+    return scalpFromObj(readObj(path));
+  }
   constexpr int rings = 48, segments = 96;
   std::vector<Vec3f> points;
   std::vector<ScalpMesh::Triangle> triangles;
@@ -45,7 +55,7 @@ ScalpMeshPtr benchScalp() {
 std::shared_ptr<GuideHierarchy> benchGuides(const ScalpMesh& scalp) {
   auto guides = std::make_shared<GuideHierarchy>();
   const std::uint32_t group = guides->addGroup("guides", 0);
-  if (const char* path = std::getenv("KESTRANE_BENCH_GUIDES")) {
+  if (const std::string path = dataFile("head_guides.obj"); !path.empty()) {
     for (auto& curve : curvesFromObj(readObj(path))) guides->addGuide(group, std::move(curve));
   } else {
     for (int i = 0; i < 140; ++i) {

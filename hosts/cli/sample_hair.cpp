@@ -87,9 +87,10 @@ std::vector<Vec3f> grow(const SampleHead& head, Vec3f root, std::uint64_t id) {
 
 std::vector<Vec3f> samplePart(const SampleHead& head) {
   std::vector<Vec3f> points;
-  for (float z = 8.0f; z > -5.0f; z -= 0.5f) {
+  // It begins on the forehead, so that the sparse hair at the line does not blend around its end.
+  for (float z = 10.5f; z > -5.0f; z -= 0.5f) {
     const Vec3f at = head.exit({partAt(z), 2.0f, z * 0.75f}, normalize({0.0f, 1.0f, z * 0.03f}));
-    if (sampleHairShare(at) > 0.3f) points.push_back(at);
+    if (z > 0.0f || sampleHairShare(at) > 0.3f) points.push_back(at);
   }
   return points;
 }
@@ -109,6 +110,7 @@ std::vector<std::vector<Vec3f>> sampleGuides(const SampleHead& head) {
   }
   // And a row on either side of the parting, which is where the difference is largest.
   for (const Vec3f& at : samplePart(head)) {
+    if (sampleHairShare(at) <= 0.3f) continue;
     for (const float side : {-0.5f, 0.5f}) {
       const Vec3f beside = at + Vec3f{side, -1.0f, 0.0f};
       roots.push_back(head.exit(beside, {0.0f, 1.0f, 0.0f}));
