@@ -4,10 +4,10 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "core/data/subdivision.h"
 #include "core/export/png.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/evaluation_options.h"
+#include "hosts/cli/groom_surface.h"
 #include "hosts/cli/progress.h"
 #include "hosts/view/gl.h"
 #include "hosts/view/picture.h"
@@ -38,12 +38,6 @@ PictureOptions pictureOptions(const Options& options) {
   return picture;
 }
 
-/// The surface as hair sits on it: refined as far as the render refines it.
-ScalpMeshPtr drawnSurface(const GroomMesh& surface) {
-  if (!surface.mesh || surface.renderLevels < 1) return surface.mesh;
-  return makeSubdivisionPlan(*surface.mesh, surface.renderLevels)->refineMesh(*surface.mesh);
-}
-
 void draw(const Options& options, const Console& console) {
   PictureOptions picture = pictureOptions(options);
   GroomSession session;
@@ -54,9 +48,9 @@ void draw(const Options& options, const Console& console) {
 
   const GroomDocument document = session.document();
   picture.upAxis = document.upAxis == "Z" ? 2 : 1;
-  std::vector<ScalpMeshPtr> surfaces{drawnSurface(document.scalp)};
+  std::vector<ScalpMeshPtr> surfaces{grownSurface(session)};
   for (const auto& [name, collider] : document.colliders) {
-    surfaces.push_back(drawnSurface(collider));
+    surfaces.push_back(refinedSurface(collider.mesh, collider.renderLevels));
   }
   std::erase(surfaces, nullptr);
   std::vector<std::uint8_t> pixels;
