@@ -120,8 +120,9 @@ TEST(Interpolate, MovesOnlyTheStrandsThatAMovedGuideReaches) {
   EXPECT_LT(changed->strands.size(), 350u);
   const std::set<std::uint32_t> listed(changed->strands.begin(), changed->strands.end());
   for (std::uint32_t i = 0; i < strands.strandCount(); ++i) {
-    if (!listed.contains(i))
+    if (!listed.contains(i)) {
       EXPECT_EQ(before->strandPoints(i).back(), after->strandPoints(i).back());
+    }
   }
   // A guide whose root moves changes who follows whom: all of it runs again.
   auto moved = editable(fixture);

@@ -83,7 +83,9 @@ TEST(OperatorSweep, EveryOperatorGivesTheSameBytesAtAnyNumberOfThreads) {
     };
     const StrandSetPtr one = resultAt(1), many = resultAt(0);
     ASSERT_EQ(one != nullptr, many != nullptr);
-    if (one) test::expectSameStrands(*one, *many);
+    if (one) {
+      test::expectSameStrands(*one, *many);
+    }
   }
 }
 
@@ -144,7 +146,9 @@ TEST(OperatorSweep, AnIncrementalRunEqualsAWholeOne) {
       ASSERT_TRUE(incremental && whole && changed);
       test::expectSameStrands(*whole, *incremental);
       EXPECT_EQ(changed->strands, which);
-      if (kept) EXPECT_EQ(kept->contentHash(), previousHash);
+      if (kept) {
+        EXPECT_EQ(kept->contentHash(), previousHash);
+      }
     }
   }
   EXPECT_GE(ran, 2 * 6) << "per-strand operators should take the incremental path";
