@@ -23,6 +23,7 @@ endif()
 add_library(kestrane_flags INTERFACE)
 target_include_directories(kestrane_flags INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include/kestrane>)
+target_compile_features(kestrane_flags INTERFACE cxx_std_20)
 target_compile_options(kestrane_flags INTERFACE $<BUILD_INTERFACE:-ffp-contract=off>
   $<BUILD_INTERFACE:-fno-math-errno> $<BUILD_INTERFACE:-fno-trapping-math>)
 add_library(kestrane_warnings INTERFACE)

@@ -15,6 +15,7 @@
 #include "core/base/hash.h"
 #include "core/base/parallel.h"
 #include "core/export/tga.h"
+#include "tests/support/temp_folder.h"
 
 namespace kestrane {
 namespace {
@@ -173,7 +174,7 @@ std::string messageOf(const std::function<void()>& call) {
 
 class ImageFiles : public testing::Test {
  protected:
-  ImageFiles() : folder(testing::TempDir() + "kestrane_image_files/") {
+  ImageFiles() : folder(test::tempFolder("image_files")) {
     std::filesystem::create_directories(folder);
   }
   ~ImageFiles() override { std::filesystem::remove_all(folder); }

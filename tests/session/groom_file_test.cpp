@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -21,7 +22,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 std::string temporaryPath(const std::string& name) {
-  return (std::filesystem::path(testing::TempDir()) / name).string();
+  return (std::filesystem::path(testing::TempDir()) / (std::to_string(getpid()) + name)).string();
 }
 
 /// A scalp large enough for its arrays to be written and read in many slices.

@@ -9,6 +9,7 @@
 
 #include "core/base/file.h"
 #include "tests/session/session_fixtures.h"
+#include "tests/support/temp_folder.h"
 
 namespace kestrane {
 namespace {
@@ -76,7 +77,7 @@ TEST(PaintedMaps, SayWhatIsWrong) {
 }
 
 TEST(PaintedMaps, TexturesAreReadWhereThePathsLead) {
-  const auto folder = std::filesystem::path(testing::TempDir()) / "painted";
+  const auto folder = std::filesystem::path(test::tempFolder("painted"));
   std::filesystem::create_directories(folder);
   writeWholeFile((folder / "map.ppm").string(), std::string("P6\n1 1\n255\n\xFF\x00\x33", 14));
   const auto resolve = [&](const std::string& path) { return (folder / path).string(); };

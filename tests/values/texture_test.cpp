@@ -19,6 +19,7 @@
 #include "core/values/search_paths.h"
 #include "core/values/texture_cache.h"
 #include "core/values/udim.h"
+#include "tests/support/temp_folder.h"
 
 namespace kestrane {
 namespace {
@@ -73,7 +74,7 @@ const std::string hdr =
 
 class Textures : public testing::Test {
  protected:
-  Textures() : folder(testing::TempDir() + "kestrane_textures/") {
+  Textures() : folder(test::tempFolder("textures")) {
     fs::remove_all(folder);
     fs::create_directories(folder);
   }
