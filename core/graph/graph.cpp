@@ -182,8 +182,15 @@ bool Graph::isUpstream(std::uint32_t wanted, std::uint32_t from) const {
 
 void Graph::connect(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
                     std::size_t outputSlot) {
+  checkWire(from, to, inputSlot, outputSlot);
+  if (isUpstream(to, from)) throw GraphError("connection would create a cycle");
+  setWire(from, to, inputSlot, outputSlot);
+}
+
+void Graph::checkWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+                      std::size_t outputSlot) const {
   const Node& source = node(from);
-  Node& target = node(to);
+  const Node& target = node(to);
   const std::vector<PortSpec> ports = inputPorts(target);
   if (inputSlot >= ports.size()) {
     throw GraphError(target.op->type() + " has no input slot " + std::to_string(inputSlot));
@@ -194,20 +201,48 @@ void Graph::connect(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
   }
   // A Curves input takes whatever a Curves output carries, which saves the walk up to find it.
   const PortType wanted = ports[inputSlot].type;
-  if (wanted != PortType::curves || outputs[outputSlot].type != PortType::curves) {
-    const PortType given = resolvedOutputType(from, outputSlot);
-    if (!portsFit(given, wanted)) {
-      throw GraphError("type mismatch: " + std::string(portTypeName(given)) + " -> " +
-                       std::string(portTypeName(wanted)));
-    }
+  if (wanted == PortType::curves && outputs[outputSlot].type == PortType::curves) return;
+  const PortType given = resolvedOutputType(from, outputSlot);
+  if (!portsFit(given, wanted)) {
+    throw GraphError("type mismatch: " + std::string(portTypeName(given)) + " -> " +
+                     std::string(portTypeName(wanted)));
   }
-  if (isUpstream(to, from)) throw GraphError("connection would create a cycle");
-  if (target.sources.size() < ports.size()) {
-    target.sources.resize(ports.size(), 0);
-    target.sourceOutputs.resize(ports.size(), 0);
+}
+
+void Graph::setWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+                    std::size_t outputSlot) {
+  Node& target = node(to);
+  const std::size_t ports = target.op->inputs().size() + target.paramInputs.size();
+  if (target.sources.size() < ports) {
+    target.sources.resize(ports, 0);
+    target.sourceOutputs.resize(ports, 0);
   }
   target.sources[inputSlot] = from;
   target.sourceOutputs[inputSlot] = outputSlot;
+}
+
+bool Graph::hasCycle() const {
+  // Nodes are done once all that feeds them is; those on a cycle never are.
+  std::vector<std::size_t> waitingFor(byId_.size(), 0);
+  std::vector<std::vector<std::uint32_t>> readers(byId_.size());
+  std::vector<std::uint32_t> ready;
+  for (const auto& [id, node] : nodes_) {
+    for (const std::uint32_t source : node.sources) {
+      if (source == 0) continue;
+      readers[source].push_back(id);
+      ++waitingFor[id];
+    }
+    if (waitingFor[id] == 0) ready.push_back(id);
+  }
+  std::size_t done = 0;
+  for (; !ready.empty(); ++done) {
+    const std::uint32_t id = ready.back();
+    ready.pop_back();
+    for (const std::uint32_t reader : readers[id]) {
+      if (--waitingFor[reader] == 0) ready.push_back(reader);
+    }
+  }
+  return done < nodes_.size();
 }
 
 void Graph::disconnect(std::uint32_t to, std::size_t inputSlot) {

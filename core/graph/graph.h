@@ -120,7 +120,12 @@ class Graph {
   friend class GraphReader;
 
   std::uint32_t insertNode(std::unique_ptr<Operator> op, std::string name);
+  /// What connect checks, but for cycles, and what it then does.
+  void checkWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+                 std::size_t outputSlot) const;
+  void setWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot, std::size_t outputSlot);
   bool isUpstream(std::uint32_t wanted, std::uint32_t from) const;
+  bool hasCycle() const;
 
   std::map<std::uint32_t, Node> nodes_;
   std::vector<Node*> byId_;  // into nodes_; null where a node was removed

@@ -125,6 +125,8 @@ class GraphReader {
       document_.backdrops = shown(*found);
     }
     for (const Json& wire : listAt(json, "connections")) readConnection(wire);
+    // Once for all wires: one search for each takes long on a long chain.
+    if (document_.graph.hasCycle()) throw GraphError("connection would create a cycle");
     const std::string* output = textAt(json, "output");
     if (output == nullptr) throw GraphError("graph JSON has no 'output' node");
     document_.output = idOf(*output);
@@ -211,7 +213,8 @@ class GraphReader {
     const bool isOther = target.sources[slot] != 0 && (target.sources[slot] != fromId ||
                                                        target.sourceOutputs[slot] != outputSlot);
     if (isOther) throw GraphError(*to + " has two connections into its input '" + *input + "'");
-    graph.connect(fromId, toId, slot, outputSlot);
+    graph.checkWire(fromId, toId, slot, outputSlot);
+    graph.setWire(fromId, toId, slot, outputSlot);
   }
 
   std::uint32_t idOf(const std::string& name) const {

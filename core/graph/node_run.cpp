@@ -171,8 +171,8 @@ bool NodeRun::tryIncremental() {
   const bool verify = verifyIncremental();
   IncrementalState state{cache.outputs, inputs_.changes, previousInputs, !verify};
 
-  // Until the operator has come through, its state and the old outputs may be half done.
-  const bool cached = std::exchange(cache.cached, false);
+  // From here on the operator's state and the old outputs may be half done.
+  cache.cached = false;
   bool made = false;
   if (outputs_.size() == 1) {
     GraphValue value;
@@ -187,7 +187,6 @@ bool NodeRun::tryIncremental() {
         op_.evaluateChangedAll(context_, inputs_.values, state, result_.outputs, result_.changes);
   }
   if (!made) {
-    cache.cached = cached;
     result_.outputs.clear();
     result_.changes.clear();
     return false;
@@ -201,7 +200,6 @@ bool NodeRun::tryIncremental() {
     checkIncremental(op_, node_.name, context_, inputs_.values, cache.outputs, result_.outputs,
                      result_.changes);
   }
-  cache.cached = cached;
   result_.incremental = true;
   return true;
 }

@@ -35,8 +35,8 @@ struct NodeResult {
 };
 
 /// Runs one node once: passes its first input on, or makes its outputs incrementally or whole, and
-/// finds what differs from the last result. The node's cache is only read, except that its cached
-/// outputs may be recycled and that a failure after that leaves it marked as not cached.
+/// finds what differs from the last result. The node's cache is only read, except that a try to run
+/// incrementally may recycle the cached outputs and marks the cache as not there.
 class NodeRun {
  public:
   /// The context is that of the node, with its surface.
