@@ -16,7 +16,8 @@ namespace kestrane {
 /// Throws GraphError that names the node. One evaluation at a time per graph.
 std::vector<GraphValue> evaluate(Graph& graph, std::uint32_t nodeId, const EvalContext& context);
 
-/// The low-memory form of evaluate on a graph that keeps results otherwise: node caches stay untouched.
+/// The low-memory form of evaluate on a graph that keeps results otherwise: node caches stay
+/// untouched.
 std::vector<GraphValue> evaluateLean(Graph& graph, std::uint32_t nodeId,
                                      const EvalContext& context);
 
