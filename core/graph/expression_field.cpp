@@ -25,20 +25,7 @@ class ImageMap final : public ExpressionMap {
  public:
   explicit ImageMap(std::shared_ptr<const Texture> texture) : texture_(std::move(texture)) {}
   float sample(const MapSample& sample, MapComponent component) const override {
-    const Vec4f color = texture_->sample(sample.uv.x, sample.uv.y);
-    switch (component) {
-      case MapComponent::r:
-        return color.x;
-      case MapComponent::g:
-        return color.y;
-      case MapComponent::b:
-        return color.z;
-      case MapComponent::a:
-        return color.w;
-      case MapComponent::luminance:
-        break;
-    }
-    return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
+    return componentOf(texture_->sample(sample.uv.x, sample.uv.y), component);
   }
 
  private:

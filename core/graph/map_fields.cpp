@@ -14,22 +14,6 @@ namespace kestrane::detail {
 
 namespace {
 
-float componentOf(Vec4f color, MapComponent component) {
-  switch (component) {
-    case MapComponent::r:
-      return color.x;
-    case MapComponent::g:
-      return color.y;
-    case MapComponent::b:
-      return color.z;
-    case MapComponent::a:
-      return color.w;
-    case MapComponent::luminance:
-      break;
-  }
-  return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
-}
-
 float inRange(const MapRef& map, float sample) {
   return map.min + (map.max - map.min) * sample;
 }

@@ -12,22 +12,6 @@ namespace kestrane {
 
 namespace {
 
-float componentOf(Vec4f color, MapComponent component) {
-  switch (component) {
-    case MapComponent::r:
-      return color.x;
-    case MapComponent::g:
-      return color.y;
-    case MapComponent::b:
-      return color.z;
-    case MapComponent::a:
-      return color.w;
-    case MapComponent::luminance:
-      break;
-  }
-  return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
-}
-
 /// One surface on which a vertex map has values.
 struct MappedSurface {
   ScalpMeshPtr mesh;

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "core/base/vec.h"
+
 namespace kestrane {
 
 /// Where a mapped parameter's values come from.
@@ -18,6 +20,23 @@ enum class MapSource {
 
 /// Which part of a colour is read.
 enum class MapComponent { r, g, b, a, luminance };
+
+/// That part of a colour; luminance by the weights of Rec. 709.
+inline float componentOf(Vec4f color, MapComponent component) {
+  switch (component) {
+    case MapComponent::r:
+      return color.x;
+    case MapComponent::g:
+      return color.y;
+    case MapComponent::b:
+      return color.z;
+    case MapComponent::a:
+      return color.w;
+    case MapComponent::luminance:
+      break;
+  }
+  return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
+}
 
 /// A parameter's binding to a map. A sample s becomes min + (max - min) s, which is no clamp.
 struct MapRef {
