@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Kestrane authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "core/base/json.h"
 #include "core/values/param_value.h"
+#include "core/base/json.h"
 
 #include <gtest/gtest.h>
 
