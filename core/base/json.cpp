@@ -44,7 +44,14 @@ std::string jsonMessage(const std::exception& error) {
       message.remove_prefix(end + 2);
     }
   }
-  return std::string(message);
+  // The library quotes what it could not read, which need not be text.
+  std::string text;
+  for (const char c : message) {
+    const bool plain =
+        static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x7F;
+    text += plain ? c : '?';
+  }
+  return text;
 }
 
 void checkVersion(const Json& document, std::string_view kind, std::int64_t current,

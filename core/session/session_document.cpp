@@ -34,7 +34,9 @@ std::optional<SessionMessage> GroomSession::State::load(const GroomDocument& doc
   guides = inputs.boundGuides();
   dropResult();
   messages.clear();
-  return setGraph(document.graph.is_null() ? std::string() : document.graph.dump());
+  return setGraph(document.graph.is_null()
+                      ? std::string()
+                      : document.graph.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 GroomDocument GroomSession::State::document() {

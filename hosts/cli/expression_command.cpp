@@ -15,16 +15,10 @@ namespace kestrane {
 namespace {
 
 struct Options {
-  std::vector<std::string> words;
+  std::string text;
   std::string variables;
   bool json = false;
 };
-
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
 
 /// What a value is made of, with as many digits as a float has.
 std::string valueText(const Json& value) {
@@ -61,7 +55,7 @@ void evaluateText(const Options& options, const Console& console) {
   environment.variables = variables;
   try {
     const Expression expression =
-        Expression::compile(joined(options.words), environment, ExpressionType::any);
+        Expression::compile(options.text, environment, ExpressionType::any);
     const Json value = valueOf(expression);
     console.result(options.json ? jsonText(Json{{"value", value}}) : valueText(value));
   } catch (const ExpressionError& error) {
@@ -76,7 +70,7 @@ void addExpressionCommand(CLI::App& app, CommandWork& work) {
   const auto options = std::make_shared<Options>();
   CLI::App* const command =
       app.add_subcommand("expression", "Compile an expression and print its value");
-  command->add_option("TEXT", options->words, "The expression; behind -- where it begins with a -")
+  command->add_option("TEXT", options->text, "The expression; behind -- where it begins with a -")
       ->required();
   command->add_option("--variables", options->variables,
                       "The node's own variables, as a JSON object from name to value");

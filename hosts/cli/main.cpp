@@ -19,7 +19,7 @@ constexpr const char* programVersion = "0.2.0";
 /// Parses and runs; returns the exit code.
 int runProgram(int argumentCount, char** arguments) {
   Console console;
-  std::size_t threads = 0;
+  std::int64_t threads = 0;
   CommandWork work;
 
   CLI::App app("Kestrane grows hair and fur on a mesh, from a graph of operators and from guides.",
@@ -28,7 +28,9 @@ int runProgram(int argumentCount, char** arguments) {
   app.require_subcommand(1);
   app.fallthrough();
   app.add_flag("--quiet", console.quiet, "Errors and results only");
-  app.add_option("--threads", threads, "The most threads to use (0: all)");
+  // Read as a signed number, since an unsigned one would take -3 for a very large count.
+  app.add_option("--threads", threads, "The most threads to use (0: all)")
+      ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 20));
   for (const auto add :
        {addSampleCommand, addNewCommand, addInfoCommand, addEvaluateCommand, addExportCommand,
         addDrawCommand, addOperatorsCommand, addExpressionCommand}) {
@@ -46,7 +48,7 @@ int runProgram(int argumentCount, char** arguments) {
       std::fputs(err.str().c_str(), stderr);
       return exitUsage;
     }
-    setThreadCount(threads);
+    setThreadCount(static_cast<std::size_t>(threads));
     work(console);
     return exitDone;
   } catch (const CommandFailure& failure) {

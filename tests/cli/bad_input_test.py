@@ -95,8 +95,12 @@ class BadInput(ProgramTest):
         self.run_program("new", "huge.groom", "--scalp", "huge.obj")
         self.run_program("evaluate", "huge.groom", code=1)
         self.new_groom()
-        self.edit("a.groom", lambda d: d["graph"]["connections"].append(
-            {"from": "noise", "to": "length", "input": "strands"}))
+
+        def turn_around(document):
+            for wire in document["graph"]["connections"]:
+                if wire["to"] == "length":
+                    wire["from"] = "noise"
+        self.edit("a.groom", turn_around)
         self.assertIn("cycle", self.run_program("evaluate", "a.groom", code=1).stderr)
 
 
