@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
+#include <vector>
 
 #include "core/base/array.h"
 
@@ -22,10 +24,11 @@ struct Match {
 /// answer depends on the bytes and the position alone, not on what was asked before.
 ///
 /// The classic search follows a chain of positions per hash and waits for memory at every link.
-/// Here the positions of a block of 32,768 bytes are sorted by hash instead, each with the eight
-/// bytes that stand there, so that the candidates of a position lie side by side and most are
-/// dismissed by one comparison. The block of the positions being asked and the block before it
-/// cover every distance. One thread uses a finder; it may be started again and again.
+/// Here the positions of a block of 32,768 bytes are sorted by hash instead, each with the two
+/// bytes that stand behind the three, so that the candidates of a position lie side by side, and
+/// those that agree in five bytes are told from the others many at a time. The block of the
+/// positions being asked and the block before it cover every distance. One thread uses a finder; it
+/// may be started again and again.
 class MatchFinder {
  public:
   static constexpr std::size_t windowSize = 32768;
@@ -47,27 +50,38 @@ class MatchFinder {
   /// from the base, which wraps below 0 where the data begins inside the block.
   struct Block {
     std::size_t base = 0;
-    Array<std::uint64_t> keys;    // the eight bytes at each position
-    Array<std::uint16_t> places;  // the positions
+    /// A position in the low half, the fourth and fifth byte there in the high half. 48 entries of
+    /// no meaning stand in front, so that as many can be looked at before any entry.
+    Array<std::uint32_t> entries;
     Array<std::uint16_t> bounds;  // hash h has the entries bounds[h] to bounds[h + 1] - 1
+  };
+  /// The candidates in one block: `count` entries before `end`, the nearest last.
+  struct Candidates {
+    const std::uint32_t* end = nullptr;
+    std::size_t count = 0;
+    std::size_t base = 0;
+    std::uint32_t leastPlace = 0;  // what has a lower place is too far away
+
+    std::uint64_t all() const;
+    std::uint64_t agreeing(std::uint32_t entry, std::uint32_t mask) const;
+    template <class Visit>
+    bool visit(std::uint64_t which, const Visit& visitor) const;
   };
 
   void enter(Block& block, std::size_t first, std::size_t last);
-  std::size_t gather(Block& block, std::size_t first, std::size_t last);
+  void countHashes(Block& block, std::size_t first, std::size_t last);
   std::uint64_t eightBytes(std::size_t position) const;
   bool deepInRun(std::size_t position) const;
   std::size_t sharedLength(std::size_t a, std::size_t b, std::size_t from, std::size_t limit) const;
-  static std::uint64_t agreeingBytes(const std::uint64_t* keys, std::size_t count,
-                                     std::uint64_t key);
 
   std::span<const std::uint8_t> bytes_;
   std::size_t end_ = 0;
   std::size_t blockEnd_ = 0;
   Block current_;
   Block previous_;
-  Array<std::uint16_t> entryOf_;   // by position in the current block
-  Array<std::uint16_t> gathered_;  // the positions of the block being sorted ...
-  Array<std::uint16_t> hashes_;    // ... and their hashes
+  /// By position in the current block: its hash while the block is sorted, then its entry.
+  Array<std::uint16_t> entryOf_;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> leftOut_;  // positions of that block
 };
 
 }  // namespace kestrane::detail

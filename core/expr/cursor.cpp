@@ -18,32 +18,6 @@ bool isHexDigit(char c) {
   return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-/// Whether a number that is out of range is too large, and not too small: where the first digit
-/// that is not 0 stands, counted in digits before the point, plus the exponent.
-bool isTooLarge(const char* first, const char* last, bool hex) {
-  const char exponentMark = hex ? 'p' : 'e';
-  long long place = 0;
-  bool point = false, found = false;
-  for (; first != last && (*first | 0x20) != exponentMark; ++first) {
-    if (*first == '.') {
-      point = true;
-    } else if (!found && *first == '0') {
-      place -= point;
-    } else {
-      found = true;
-      place += !point;
-    }
-  }
-  if (first == last) return place > 0;
-  // An exponent too long to read decides alone.
-  long long exponent = 0;
-  const bool negative = first[1] == '-';
-  const char* digits = first[1] == '-' || first[1] == '+' ? first + 2 : first + 1;
-  const auto read = std::from_chars(digits, last, exponent);
-  if (read.ec != std::errc() || exponent > 1'000'000'000'000) return !negative;
-  return place * (hex ? 4 : 1) + (negative ? -exponent : exponent) > 0;
-}
-
 /// The length of the UTF-8 character at a position, 0 where there is none or it shows nothing.
 std::size_t characterLength(std::string_view text, std::size_t position) {
   const auto byte = [&](std::size_t i) {
@@ -98,9 +72,7 @@ std::optional<double> ExpressionCursor::number() {
   const auto read = std::from_chars(first, last, value,
                                     hex ? std::chars_format::hex : std::chars_format::general);
   if (read.ec == std::errc::invalid_argument) return std::nullopt;
-  if (read.ec == std::errc::result_out_of_range) {
-    value = isTooLarge(first, read.ptr, hex) ? HUGE_VAL : 0.0;
-  }
+  if (read.ec == std::errc::result_out_of_range) value = HUGE_VAL;
   position_ = static_cast<std::size_t>(read.ptr - text_.data());
   return value;
 }

@@ -29,7 +29,8 @@ class ExpressionCursor {
   bool accept(std::string_view word);
 
   /// Reads what strtod reads in the C locale: digits with a point and an exponent, or hexadecimal.
-  /// Numbers beyond the range of doubles read as infinity or 0. Nothing where no number stands.
+  /// Numbers beyond the range of doubles, at either end, read as infinity. Nothing where no number
+  /// stands.
   std::optional<double> number();
   /// Letters, digits and _ from here on; may be empty.
   std::string_view name();

@@ -20,11 +20,12 @@ inline float finiteOrZero(float x) {
   return std::fabs(x) <= FLT_MAX ? x : 0.0f;
 }
 
-// From 2^23 on every float is whole, and a conversion to an integer may not fit.
+// From 2^23 on every float is whole, and a conversion to an integer may not fit. The sign is put
+// back since a compiler may take an instruction that keeps it, and a zero's sign shows in atan2.
 inline float truncated(float x) {
   const bool fractional = std::fabs(x) < 0x1p23f;
   const auto whole = static_cast<float>(static_cast<std::int32_t>(fractional ? x : 0.0f));
-  return fractional ? whole : x;
+  return std::copysign(fractional ? whole : x, x);
 }
 inline float floored(float x) {
   const float whole = truncated(x);

@@ -341,7 +341,7 @@ EmittedValue ExpressionParser::primary() {
   if (detail::isDigit(c) || c == '.') {
     const auto number = cursor_.number();
     if (!number) fail("bad number");
-    // A number that no float holds counts as 0, like every result that is not finite.
+    // A number that is out of range counts as 0, like every result that is not finite.
     constexpr double end = 0x1.ffffffp+127;
     return builder_.constant(*number < end ? static_cast<float>(*number) : 0.0f);
   }

@@ -133,6 +133,7 @@ TEST(Noise, VoronoiMeasuresToFeaturePoints) {
     // Distances change no faster than the point moves.
     const Vec3f q = p + Vec3f{0.01f, 0.0f, 0.0f};
     EXPECT_LE(std::fabs(voronoi(q) - first), 0.0101f);
+    EXPECT_LE(std::fabs(voronoi(q, 1.0f, 2.0f) - second), 0.0101f);
     EXPECT_EQ(voronoi(p, 7.0f), first);
     EXPECT_EQ(voronoi(p, -7.0f), voronoi(p, 0.0f));
   }
