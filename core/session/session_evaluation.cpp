@@ -48,9 +48,10 @@ std::string findCulprit(const Graph& graph, std::uint32_t id) {
   }
 }
 
-[[noreturn]] void failNonFinite(const GraphDocument& document) {
+[[noreturn]] void failNonFinite(const GraphDocument& document, bool lean) {
   const std::string what = "points that are not numbers (NaN or infinite)";
-  const std::string culprit = findCulprit(document.graph, document.output);
+  // What nodes hold then is of another evaluation.
+  const std::string culprit = lean ? "" : findCulprit(document.graph, document.output);
   const Node& output = document.graph.node(document.output);
   if (culprit.empty() || culprit == output.name) {
     throw GraphError("the strands have " + what + ": a node before the output made them");
@@ -154,7 +155,7 @@ EvaluationResult runEvaluation(GraphDocument& document, const EvaluationInputs& 
     result.extent = extentOf(*result.strands, cache, inputs);
     result.revision = inputs.preview ? 0 : cache.revision;
   }
-  if (!result.extent.finite) failNonFinite(document);
+  if (!result.extent.finite) failNonFinite(document, lean);
   gatherWarnings(document, context, result.warnings);
   return result;
 }
