@@ -255,6 +255,19 @@ TEST(Evaluation, ParameterPortsFeedFieldsAndCurves) {
   t.params(field).set("value", 4.0);
   EXPECT_EQ(t.strands(move)->points()[0].x, before + 4.0f * 3.0f);
   EXPECT_EQ(t.run(move), "full");
+  // The same wire into another parameter.
+  t.graph.setParamInputs(move, {"affect"});
+  t.graph.connect(field, move, 1);
+  t.params(field).set("value", 0.0);
+  EXPECT_EQ(t.strands(move)->points()[0].x, before);
+  t.graph.setParamInputs(move, {"amount"});
+  t.graph.connect(field, move, 1);
+  t.params(move).set("profile", Ramp({{0.0f, 7.0f}}));
+  t.params(field).set("value", 3.0);
+  EXPECT_EQ(t.strands(move)->points()[0].x, before + 3.0f * 7.0f);
+  t.graph.setParamInputs(move, {"steps"});
+  t.graph.connect(field, move, 1);
+  EXPECT_EQ(t.strands(move)->points()[0].x, before + 1.0f * 7.0f);
 }
 
 TEST(Evaluation, ControlsKeyParametersPerFrame) {
