@@ -163,6 +163,7 @@ def check_frame(check, curves, frame, time):
             check.fault(where + f"{key} are {shown(flat(values))}, not {shown(flat(wanted))}")
 
     extent = flat(curves.GetExtentAttr().Get(time))
+    check.equal(where + "the extent's size", len(extent), 6)
     if "extent" in frame and not same_numbers(extent, flat(frame["extent"])):
         check.fault(where + f"the extent is {shown(extent)}, not {shown(frame['extent'])}")
     if all(math.isfinite(x) for x in flat(points) + flat(widths)):
