@@ -7,7 +7,7 @@
 
 namespace kestrane {
 
-/// The version that files written by this program name.
+/// The version of the program, which the files that it writes name too.
 inline constexpr std::string_view kestraneVersion = "0.2.0";
 
 }  // namespace kestrane

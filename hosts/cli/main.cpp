@@ -6,15 +6,15 @@
 #include <exception>
 #include <new>
 #include <sstream>
+#include <string>
 
 #include "core/base/parallel.h"
+#include "core/base/version.h"
 #include "hosts/cli/commands.h"
 
 namespace kestrane {
 
 namespace {
-
-constexpr const char* programVersion = "0.2.0";
 
 /// Parses and runs; returns the exit code.
 int runProgram(int argumentCount, char** arguments) {
@@ -24,7 +24,7 @@ int runProgram(int argumentCount, char** arguments) {
 
   CLI::App app("Kestrane grows hair and fur on a mesh, from a graph of operators and from guides.",
                "kestrane");
-  app.set_version_flag("--version", programVersion);
+  app.set_version_flag("--version", std::string(kestraneVersion));
   app.require_subcommand(1);
   app.fallthrough();
   app.add_flag("--quiet", console.quiet, "Errors and results only");

@@ -22,12 +22,12 @@ Json sampleGraph() {
       if (entry["name"] == node) entry["params"] = params;
     }
   };
-  set("scatter", {{"density", {{"expression", "130 * map(\"hair\")"}}}});
+  set("scatter", {{"density", {{"expression", "140 * map(\"hair\")"}}}});
   set("interpolate", {{"neighbors", 3}, {"reach", 1.4}});
   set("length", {{"trimMin", 0.0}, {"trimMax", 0.12}});
   set("noise", {{"amplitude", 0.22}, {"frequency", 2.2}});
-  set("color", {{"melanin", 0.44}, {"redness", 0.3}, {"melaninRandom", 0.07}});
-  set("width", {{"width", 0.009}, {"randomness", 0.2}});
+  set("color", {{"melanin", 0.41}, {"redness", 0.22}, {"melaninRandom", 0.08}});
+  set("width", {{"width", 0.01}, {"randomness", 0.2}});
   return graph;
 }
 

@@ -49,9 +49,9 @@ std::vector<Vec3f> grow(const SampleHead& head, Vec3f root, std::uint64_t id) {
   const float cut = -14.5f + 1.6f * random(id, 1) + 0.12f * root.z;
   const float onTop = smoothStep(-6.0f, 10.0f, root.y);
   const float room = 0.35f + 1.15f * onTop + 0.25f * random(id, 2);
-  const float phase = 0.35f * root.x + 0.45f * root.z + 1.2f * random(id, 3);
+  const float phase = 0.3f * root.x + 0.4f * root.z + 1.5f * random(id, 3);
   std::vector<Vec3f> points{root};
-  Vec3f direction = normalize(head.outward(root) + combed(root) * 0.9f);
+  Vec3f direction = normalize(head.outward(root) * 0.55f + combed(root));
   for (float grown = 0.0f; grown < longest;) {
     Vec3f at = points.back();
     const Vec3f normal = head.outward(at);
@@ -64,7 +64,7 @@ std::vector<Vec3f> grow(const SampleHead& head, Vec3f root, std::uint64_t id) {
     const Vec3f inward = normalize({-at.x, 0.0f, -3.0f - at.z});
     wanted = wanted + inward * turnIn +
              cross(normal, wanted) *
-                 (0.2f * smoothStep(4.0f, 14.0f, grown) * std::sin(0.55f * grown + phase));
+                 (0.42f * smoothStep(4.0f, 16.0f, grown) * std::sin(0.55f * grown + phase));
     direction = normalize(lerp(direction, normalize(wanted), 0.16f));
     at += direction * step;
     const float lift = room * (1.0f - std::exp(-grown / 2.2f)) + 0.02f;

@@ -57,14 +57,14 @@ float skull(Vec3f p) {
 
 /// Half of a face; x counts from the middle outward.
 float face(Vec3f p, float d) {
-  d = joined(d, ellipsoid(p, {3.8f, -2.1f, 6.2f}, {1.9f, 1.4f, 1.7f}), 2.2f);    // cheek
-  d = joined(d, ellipsoid(p, {2.1f, 2.0f, 7.6f}, {2.0f, 0.75f, 1.1f}), 1.8f);    // brow
-  d = carved(d, ellipsoid(p, {3.1f, 0.0f, 9.7f}, {1.9f, 1.3f, 1.7f}), 1.4f);     // socket
-  d = joined(d, ellipsoid(p, {3.1f, -0.1f, 7.15f}, {1.5f, 1.25f, 1.3f}), 0.2f);  // closed lid
-  d = joined(d, ellipsoid(p, {0.0f, -6.1f, 6.9f}, {2.7f, 2.2f, 2.1f}), 1.6f);    // mouth
-  d = joined(d, ellipsoid(p, {0.0f, -5.6f, 8.7f}, {2.1f, 0.5f, 0.7f}), 0.5f);
-  d = joined(d, ellipsoid(p, {0.0f, -6.7f, 8.6f}, {1.8f, 0.6f, 0.75f}), 0.5f);
-  d = carved(d, rod(p, {0.0f, -6.12f, 9.6f}, {2.3f, -6.25f, 8.5f}, 0.16f, 0.1f), 0.3f);
+  d = joined(d, ellipsoid(p, {3.8f, -2.1f, 6.2f}, {1.9f, 1.4f, 1.7f}), 2.2f);   // cheek
+  d = joined(d, ellipsoid(p, {2.1f, 2.0f, 7.6f}, {2.0f, 0.75f, 1.1f}), 1.8f);   // brow
+  d = carved(d, ellipsoid(p, {3.1f, 0.0f, 9.7f}, {1.9f, 1.3f, 1.7f}), 1.4f);    // socket
+  d = joined(d, ellipsoid(p, {3.1f, -0.1f, 7.0f}, {1.6f, 1.1f, 1.4f}), 0.25f);  // closed lid
+  d = joined(d, ellipsoid(p, {0.0f, -6.1f, 6.9f}, {2.9f, 2.4f, 2.1f}), 1.6f);   // mouth
+  d = joined(d, ellipsoid(p, {0.5f, -5.6f, 9.1f}, {1.5f, 0.55f, 0.62f}), 0.45f);
+  d = joined(d, ellipsoid(p, {0.0f, -6.85f, 9.15f}, {1.7f, 0.6f, 0.65f}), 0.35f);
+  d = carved(d, rod(p, {0.0f, -6.2f, 9.85f}, {2.1f, -6.2f, 9.35f}, 0.16f, 0.1f), 0.3f);
   d = joined(d, rod(p, {0.0f, 1.6f, 8.3f}, {0.0f, -2.4f, 10.1f}, 0.5f, 0.75f), 1.5f);  // nose
   d = joined(d, ellipsoid(p, {0.0f, -2.6f, 10.3f}, {0.95f, 0.85f, 1.0f}), 0.6f);
   return joined(d, ellipsoid(p, {0.95f, -3.0f, 9.4f}, {0.65f, 0.6f, 0.8f}), 0.5f);
@@ -80,7 +80,7 @@ float ear(Vec3f p, float d) {
 }
 
 constexpr int columns = 144;
-constexpr int rows = 112;
+constexpr int rows = 128;
 
 struct Ray {
   Vec3f origin;
@@ -89,9 +89,12 @@ struct Ray {
 
 /// A ray of the grid from inside the head: from the crown down rays fan out from the middle of the
 /// head, and below the ears their origin sinks through the neck. Columns are closer in the face.
-Ray gridRay(float across, float down) {
+Ray gridRay(float across, float row) {
   const float turn = 2.0f * pi * across - pi;  // from the back, 0 at the nose
   const float azimuth = turn - 0.55f * std::sin(turn);
+  // Rows are closer in the face.
+  const float nose = 2.0f * pi * 0.55f;
+  const float down = row - 0.06f * (std::sin(2.0f * pi * row - nose) + std::sin(nose));
   const float sink = std::max(down - 0.45f, 0.0f) / 0.55f;
   const float polar = lerp(1.25f * pi * down, 0.5f * pi, smoothStep(0.25f, 0.9f, sink));
   const Vec3f origin = lerp(Vec3f{0.0f, 1.0f, -1.0f}, Vec3f{0.0f, -17.5f, -3.4f}, sink);

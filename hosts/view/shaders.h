@@ -124,16 +124,16 @@ void main() {
 
   float eyeAngle = asin(clamp(dot(tangent, toEye), -1.0, 1.0));
   float nearRoot = mix(0.6, 1.0, smoothstep(0.0, 0.25, along));
-  color = fibre * 0.16 * nearRoot * (0.75 + 0.25 * abs(dot(across, cross(up.xyz, toEye))));
+  color = fibre * 0.13 * nearRoot * (0.75 + 0.25 * abs(dot(across, cross(up.xyz, toEye))));
   for (int i = 0; i < 2; ++i) {
     vec3 toLight = towardLight[i].xyz;
     float sine = clamp(dot(tangent, toLight), -1.0, 1.0);
     float cosine = sqrt(1.0 - sine * sine);
     float half_ = 0.5 * (asin(sine) + eyeAngle);
     float through = lightThrough(i, point.xyz, 0.012 * up.w);
-    vec3 light = fibre * cosine * 0.85;
-    light += vec3(0.05) * lobe(half_ + 0.09, 0.10) * cosine;
-    light += sqrt(fibre) * fibre * 1.1 * lobe(half_ - 0.14, 0.20) * cosine;
+    vec3 light = fibre * cosine * 0.8;
+    light += vec3(0.075) * lobe(half_ + 0.09, 0.09) * cosine;
+    light += sqrt(fibre) * fibre * 2.2 * lobe(half_ - 0.14, 0.16) * cosine;
     color += light * towardLight[i].w * nearRoot * mix(0.06, 1.0, through);
   }
   color = min(color, vec3(8.0));

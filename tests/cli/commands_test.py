@@ -33,7 +33,7 @@ class General(ProgramTest):
             self.assertEqual(done.stdout, "", arguments)
 
     def test_result_that_nobody_takes(self):
-        with open("/dev/full", "w") as full:
+        with open(self.full_device(), "w") as full:
             done = self.run_program("operators", code=4, stdout=full)
         self.assertIn("standard output", done.stderr)
         # A reader that goes away early is no crash.
@@ -260,7 +260,7 @@ class Export(ProgramTest):
         reader.join()
         self.assertEqual(got, [plain])
         self.assertTrue((self.path / "pipe").is_fifo(), "the pipe was replaced")
-        for target in ("/dev/full", "none/a.usda", "."):
+        for target in (self.full_device(), "none/a.usda", "."):
             done = self.run_program("export", "a.groom", target, *few, code=4)
             self.assertIn("cannot write", done.stderr)
         # A failed write leaves the older file.
@@ -283,7 +283,7 @@ class Sample(ProgramTest):
         answer = json.loads(done.stdout)
         self.assertEqual(answer["messages"], [])
         self.assertGreater(answer["stats"]["strands"], 1000)
-        for target in ("/dev/full", "none/s.groom"):
+        for target in (self.full_device(), "none/s.groom"):
             self.run_program("sample", target, code=4)
 
 

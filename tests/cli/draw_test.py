@@ -25,7 +25,7 @@ class Draw(ProgramTest):
         bare = self.draw("bare.png", "--set", "scatter.density=0", "--camera", "front")
         hair = self.draw("hair.png", *self.few, "--camera", "front")
         # The flat scalp is seen from its edge, so that all there is to see is hair above it.
-        self.assertLess(brightness(hair, 45, 75, 35, 60), 0.8 * brightness(bare, 45, 75, 5, 20))
+        self.assertLess(brightness(hair, 45, 75, 35, 60), 0.9 * brightness(bare, 45, 75, 5, 20))
         # Above and below there is the ground, darker toward the foot.
         self.assertGreater(brightness(hair, 0, 120, 0, 2), brightness(hair, 0, 120, 88, 90))
         self.assertEqual(self.draw("again.png", *self.few), hair)
@@ -70,7 +70,7 @@ class Draw(ProgramTest):
             self.assertIn("--size", self.run_program("draw", "a.groom", "a.png", "--size", size,
                                                      code=2).stderr)
         self.assertFalse((self.path / "a.png").exists())
-        for target in ("/dev/full", "none/a.png", "."):
+        for target in (self.full_device(), "none/a.png", "."):
             self.run_program("draw", "a.groom", target, "--size", "8x8", *self.few, code=4)
         self.run_program("draw", "a.groom", "one.png", "--size", "1x1", *self.few)
         self.assertEqual(read_png(self.path / "one.png")[:2], (1, 1))

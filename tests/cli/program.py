@@ -3,6 +3,7 @@
 """What the tests of the program share: running it, small inputs for it, and reading pictures."""
 import json
 import os
+import stat
 import struct
 import subprocess
 import tempfile
@@ -100,6 +101,18 @@ class ProgramTest(unittest.TestCase):
 
     def write(self, name, text):
         (self.path / name).write_bytes(text if isinstance(text, bytes) else text.encode())
+
+    def full_device(self):
+        """A device on which every write fails for want of room. Root could harm the machine's own,
+        so it gets one of the test's."""
+        device = self.path / "full"
+        try:
+            os.mknod(device, 0o600 | stat.S_IFCHR, os.makedev(1, 7))
+            open(device, "w").close()
+            return device
+        except OSError:
+            device.unlink(missing_ok=True)
+            return "/dev/full"
 
     def run_program(self, *arguments, code=0, environment=None, **more):
         """Runs the program and checks its exit code; returns the finished process, as text."""

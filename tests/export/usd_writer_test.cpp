@@ -370,7 +370,9 @@ TEST_F(UsdLayers, DevicesAndPipesAreWrittenToAndStay) {
   EXPECT_EQ(writeTo(path), "no failure");
   EXPECT_EQ(writeTo("/dev/null"), "no failure");
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
-  EXPECT_EQ(writeTo("/dev/full"), "cannot write '/dev/full'");
+  const std::string full = test::fullDevice(folder);
+  EXPECT_EQ(writeTo(full), "cannot write '" + full + "'");
+  EXPECT_TRUE(fs::is_character_file(full));
   const std::string pipe = folder + "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   std::string received;
@@ -378,6 +380,7 @@ TEST_F(UsdLayers, DevicesAndPipesAreWrittenToAndStay) {
   EXPECT_EQ(writeTo(pipe), "no failure");
   reader.join();
   EXPECT_EQ(received, readWholeFile(path));
+  fs::remove(folder + "full");
   EXPECT_EQ(names(), (Names{"hair.usda", "pipe"}));
   for (const auto& entry : fs::directory_iterator(fs::temp_directory_path())) {
     EXPECT_NE(entry.path().extension(), ".spool") << entry.path();

@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include "core/session/session_scene.h"
 #include "tests/session/groom_fixtures.h"
 #include "tests/session/session_fixtures.h"
 #include "tests/support/groom_checks.h"
@@ -278,6 +279,62 @@ TEST_F(Session, StrandsFollowTheScalpAsRigidBodies) {
     follower.setGraph(chain(R"({"by":1.0})"));
     follower.evaluate({});
     EXPECT_EQ(follower.stats().restEvaluations, 2u);
+  }
+}
+
+TEST_F(Session, AnotherRestPoseGrowsOtherStrands) {
+  session.setScalp(test::sharedGridAtRest(2));
+  session.setFollowScalp(true);
+  session.evaluate({});
+  const StrandSetPtr before = session.strands();
+  const std::vector<Vec3f> points = session.scalp()->points();
+  std::vector<Vec3f> wider = points;
+  for (Vec3f& point : wider) point = point * 2.0f;
+  session.updateScalpPoints(points, wider);
+  session.evaluate({});
+  EXPECT_EQ(session.stats().restEvaluations, 2u);
+  // Grown on the wide pose and carried to the old one: rooted as before, no shorter.
+  for (std::size_t i = 0; i < before->pointCount() - 2; ++i) {
+    EXPECT_LT(distance(before->points()[i], session.strands()->points()[i]), 1e-5f) << i;
+  }
+}
+
+/// Revisions are those of what stands in the scene: node keys rest on them.
+TEST(SessionInputs, RevisionsMoveWithWhatTheyStandFor) {
+  const GroomDocument document = test::makeDocument();
+  SessionInputs inputs;
+  const std::vector<std::string> names = {"scalp",     "guides",           "hierarchy",
+                                          "mesh:body", "control:pressure", "thing"};
+  const auto revisions = [&](double time = 0.0) {
+    std::vector<std::uint64_t> found;
+    const SessionScenePtr scene = inputs.scene(time, false, nullptr);
+    for (const std::string& name : names) found.push_back(scene->table.revision(name));
+    return found;
+  };
+  const std::pair<std::function<void()>, std::vector<bool>> steps[] = {
+      {[&] { inputs.setScalp(document.scalp); }, {true, false, false, false, false, false}},
+      {[&] { inputs.setGuides(document.hierarchy); }, {false, true, true, false, false, false}},
+      {[&] { inputs.setFlatGuides(document.guides); }, {false, true, false, false, false, false}},
+      {[&] { inputs.setColliders(document.colliders); }, {false, false, false, true, false, false}},
+      {[&] { inputs.controls["pressure"] = 1; }, {false, false, false, false, true, false}},
+      {[&] { inputs.controls["pressure"] = 2; }, {false, false, false, false, true, false}},
+      {[&] { inputs.setObject("thing", test::sharedGrid(1)); },
+       {false, false, false, false, false, true}},
+      {[&] { inputs.updateScalpPoints(test::moved(inputs.scalp().mesh->points()), {}); },
+       {true, false, true, false, false, false}},
+      {[&] { inputs.matchRender = false; }, {true, false, false, true, false, false}},
+      {[&] {}, {false, false, false, false, false, false}},
+  };
+  auto before = revisions();
+  int number = 0;
+  for (const auto& [step, moves] : steps) {
+    ++number;
+    step();
+    const auto after = revisions();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      EXPECT_EQ(before[i] != after[i], moves[i]) << names[i] << " at step " << number;
+    }
+    before = after;
   }
 }
 
