@@ -39,10 +39,9 @@ Json parseJson(std::string_view text) {
 
 std::string jsonMessage(const std::exception& error) {
   std::string_view message = error.what();
-  if (dynamic_cast<const Json::exception*>(&error)) {
-    if (const auto end = message.find("] "); end != std::string_view::npos) {
-      message.remove_prefix(end + 2);
-    }
+  if (!dynamic_cast<const Json::exception*>(&error)) return std::string(message);
+  if (const auto end = message.find("] "); end != std::string_view::npos) {
+    message.remove_prefix(end + 2);
   }
   // The library quotes what it could not read, which need not be text.
   std::string text;
