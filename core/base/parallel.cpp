@@ -7,6 +7,8 @@
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/task_arena.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 #include <thread>
@@ -26,9 +28,11 @@ struct ParallelState {
   std::shared_ptr<tbb::task_arena> arena;
 };
 
+std::atomic<std::size_t> pretendedHardware = 0;  // 0: none
+
 std::size_t hardwareThreads() {
-  const unsigned count = std::thread::hardware_concurrency();
-  return count == 0 ? 1 : count;
+  const std::size_t pretended = pretendedHardware;
+  return pretended != 0 ? pretended : std::max(1u, std::thread::hardware_concurrency());
 }
 
 void applyLimit(ParallelState& state, std::size_t n) {
@@ -47,10 +51,18 @@ ParallelState& parallelState() {
   return *state;
 }
 
-std::shared_ptr<tbb::task_arena> currentArena() {
+/// The arena of the limit, for a caller who has to enter it. Null without a limit, and for a caller
+/// already inside an arena at least as narrow: this is what keeps loops nested in a capped run
+/// capped.
+std::shared_ptr<tbb::task_arena> arenaToEnter() {
   ParallelState& state = parallelState();
-  const std::lock_guard lock(state.mutex);
-  return state.arena;
+  std::shared_ptr<tbb::task_arena> arena;
+  {
+    const std::lock_guard lock(state.mutex);
+    arena = state.arena;
+  }
+  if (arena && tbb::this_task_arena::max_concurrency() <= arena->max_concurrency()) arena.reset();
+  return arena;
 }
 
 }  // namespace
@@ -68,18 +80,6 @@ void setThreadCount(std::size_t n) {
 namespace detail {
 
 namespace {
-
-/// Runs the loop inside the limit's arena. A caller already inside an arena at least as narrow as
-/// the limit stays there: this is what keeps loops nested in a capped run capped.
-template <class Loop>
-void inCurrentArena(const Loop& loop) {
-  const auto arena = currentArena();
-  if (arena && tbb::this_task_arena::max_concurrency() > arena->max_concurrency()) {
-    arena->execute(loop);
-  } else {
-    loop();
-  }
-}
 
 void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                 void* context) {
@@ -102,16 +102,28 @@ void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody
 void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                    void* context) {
   if (begin >= end) return;
-  inCurrentArena([&] { plainRange(begin, end, grain, body, context); });
+  const auto loop = [&] { plainRange(begin, end, grain, body, context); };
+  if (const auto arena = arenaToEnter()) {
+    arena->execute(loop);
+  } else {
+    loop();
+  }
 }
 
 void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                    void* context) {
   if (begin >= end) return;
-  // Into the arena first: changing arenas inside would leave the isolation.
-  inCurrentArena([&] {
+  const auto loop = [&] {
     tbb::this_task_arena::isolate([&] { plainRange(begin, end, grain, body, context); });
-  });
+  };
+  if (const auto shared = arenaToEnter()) {
+    // Its places may all be held by threads that wait for the caller's lock, and the caller would
+    // wait for a place. An arena of its own always has one.
+    tbb::task_arena own(shared->max_concurrency());
+    own.execute(loop);
+  } else {
+    loop();
+  }
 }
 
 std::size_t parseThreadLimit(const char* text) {
@@ -122,12 +134,18 @@ std::size_t parseThreadLimit(const char* text) {
 }
 
 void runWithThreads(std::size_t threads, WholeBody body, void* context) {
-  if (threads == 0 || threads >= threadCount()) {
+  // Inside a narrower run, that one's cap holds.
+  const auto around = static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
+  if (threads == 0 || threads >= std::min(threadCount(), around)) {
     body(context);
     return;
   }
   tbb::task_arena arena(static_cast<int>(threads));
   arena.execute([&] { body(context); });
+}
+
+void pretendHardware(std::size_t threads) {
+  pretendedHardware = threads;
 }
 
 }  // namespace detail

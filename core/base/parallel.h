@@ -28,8 +28,8 @@ using WholeBody = void (*)(void* context);
 void parallelRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                    void* context);
 
-/// The same, but the calling thread takes up no work of loops around this one while it waits. For
-/// loops under a lock that the outer loops' bodies may ask for, too.
+/// The same, but the calling thread takes up no work of other loops while it waits, and waits for
+/// none of them to end. For loops under a lock that other loops' bodies may ask for, too.
 void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                    void* context);
 
@@ -37,8 +37,13 @@ void isolatedRange(std::size_t begin, std::size_t end, std::size_t grain, RangeB
 /// anything but one decimal number.
 std::size_t parseThreadLimit(const char* text);
 
-/// Runs the body with every parallel loop in it capped to `threads` (0: no cap).
+/// Runs the body with every parallel loop in it capped to `threads` (0: no cap). A run inside
+/// another one never lifts that one's cap.
 void runWithThreads(std::size_t threads, WholeBody body, void* context);
+
+/// What counts as the machine's hardware concurrency for limits set from now on (0: its own), so
+/// that tests can set limits that the machine is too small for.
+void pretendHardware(std::size_t threads);
 
 }  // namespace detail
 

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <future>
 #include <mutex>
 #include <numeric>
 #include <set>
@@ -23,7 +25,10 @@ namespace {
 /// Leaves the process without a limit, as other tests expect it.
 class ParallelThreads : public testing::Test {
  protected:
-  void TearDown() override { setThreadCount(0); }
+  void TearDown() override {
+    detail::pretendHardware(0);
+    setThreadCount(0);
+  }
 };
 
 /// How many different threads a loop of short sleeps runs on.
@@ -53,6 +58,25 @@ TEST(ParallelLimit, IsADecimalNumberAndNothingElse) {
   }
   // More than any machine has, and so no limit.
   EXPECT_GE(detail::parseThreadLimit("99999999999999999999999"), hardware());
+}
+
+// In processes of their own: the variable is read once, at the first use.
+TEST(ParallelLimitDeathTest, ComesFromTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const struct {
+    const char* text;
+    int threads;
+  } cases[] = {{"3", 3}, {"8", 8}, {"9", 8}, {"0", 8}, {"3x", 8}, {"", 8}};
+  for (const auto& c : cases) {
+    EXPECT_EXIT(
+        {
+          setenv("KESTRANE_THREADS", c.text, 1);
+          detail::pretendHardware(8);
+          std::exit(static_cast<int>(threadCount()));
+        },
+        testing::ExitedWithCode(c.threads), "")
+        << c.text;
+  }
 }
 
 TEST_F(ParallelThreads, LimitAtOrAboveTheHardwareIsNone) {
@@ -123,11 +147,15 @@ TEST_F(ParallelThreads, CapHoldsInNestedLoops) {
   });
   EXPECT_TRUE(ran);
   EXPECT_THROW(runWithThreads(1, [] { throw std::runtime_error("out"); }), std::runtime_error);
-  if (hardware() > 2) {
-    setThreadCount(2);
-    runWithThreads(1, [] { EXPECT_EQ(threadsOfALoop(), 1u) << "a wider arena lifted the cap"; });
-    setThreadCount(0);
+  detail::pretendHardware(8);
+  for (const std::size_t limit : {0, 2, 3}) {
+    setThreadCount(limit);
+    runWithThreads(1, [] {
+      EXPECT_EQ(threadsOfALoop(), 1u) << "the limit's arena lifted the cap";
+      runWithThreads(2, [] { EXPECT_EQ(threadsOfALoop(), 1u) << "a wider run lifted the cap"; });
+    });
   }
+  setThreadCount(0);
   // The cap is gone with the run.
   if (hardware() > 1) {
     EXPECT_GT(threadsOfALoop(), 1u);
@@ -165,6 +193,35 @@ TEST_F(ParallelThreads, IsolatedLoopTakesUpNoWorkOfTheLoopAroundIt) {
   });
   EXPECT_EQ(count, 100u * 16u);
   EXPECT_EQ(entered, 0u);
+}
+
+TEST_F(ParallelThreads, LoopUnderALockWaitsForNoneWhoWaitForTheLock) {
+  setThreadCount(1);
+  std::mutex mutex;
+  std::unique_lock lock(mutex);
+  std::atomic<int> inside = 0;
+  const auto waiter = [&] {
+    parallelRange(0, 1, 1, [&](std::size_t, std::size_t) {
+      ++inside;
+      const std::lock_guard wait(mutex);
+    });
+  };
+  // Two are as many as the arena of one thread lets in at once.
+  std::thread waiters[] = {std::thread(waiter), std::thread(waiter)};
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  while (inside < 2 && std::chrono::steady_clock::now() < patience) std::this_thread::yield();
+  std::atomic<std::size_t> count = 0;
+  auto loop = std::async(std::launch::async, [&] {
+    isolatedRange(0, 16, 1, [&](std::size_t first, std::size_t last) {
+      parallelRange(first, last, 1, [&](std::size_t from, std::size_t to) { count += to - from; });
+    });
+  });
+  const auto state = loop.wait_for(std::chrono::seconds(10));
+  lock.unlock();
+  loop.get();
+  for (std::thread& thread : waiters) thread.join();
+  EXPECT_EQ(state, std::future_status::ready) << "the loop ended only when the lock was released";
+  EXPECT_EQ(count, 16u);
 }
 
 TEST(BulkThreads, CopyAndFillReachEveryElement) {
