@@ -4,6 +4,8 @@
 #include "core/base/file.h"
 
 #include <cerrno>
+#include <memory>
+#include <new>
 #include <stdexcept>
 
 namespace kestrane {
@@ -14,19 +16,26 @@ std::string readWholeFile(const std::string& path) {
   const auto fail = [&] { return std::runtime_error("cannot read '" + path + "'"); };
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
-  // A device such as /dev/zero need not end.
-  if (fs::is_directory(status) || fs::is_character_file(status)) throw fail();
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) throw fail();
+  // A device need not end.
+  if (!fs::is_regular_file(status) && !fs::is_fifo(status)) throw fail();
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                             std::fclose);
+  if (!file) throw fail();
+  const std::uintmax_t expected = fs::is_regular_file(status) ? fs::file_size(path, error) : 0;
   std::string bytes;
-  const auto expected = fs::is_regular_file(status) ? fs::file_size(path, error) : 0;
-  if (!error) bytes.reserve(expected + 1);
-  char buffer[1 << 16];
-  std::size_t count = 0;
-  while ((count = std::fread(buffer, 1, sizeof(buffer), file)) > 0) bytes.append(buffer, count);
-  const bool failed = std::ferror(file) != 0;
-  std::fclose(file);
-  if (failed) throw fail();
+  try {
+    if (!error) bytes.reserve(expected + 1);
+    char buffer[1 << 16];
+    std::size_t count = 0;
+    while ((count = std::fread(buffer, 1, sizeof(buffer), file.get())) > 0) {
+      bytes.append(buffer, count);
+    }
+  } catch (const std::bad_alloc&) {
+    throw fail();
+  } catch (const std::length_error&) {
+    throw fail();
+  }
+  if (std::ferror(file.get())) throw fail();
   return bytes;
 }
 

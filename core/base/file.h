@@ -11,8 +11,8 @@
 
 namespace kestrane {
 
-/// The bytes of a whole file. Throws std::runtime_error "cannot read 'PATH'" for anything that is
-/// not a readable file (a folder or a device too).
+/// The bytes of a whole file or pipe. Throws std::runtime_error "cannot read 'PATH'" for anything
+/// else (a folder or a device too), and for a file that has no room in memory.
 std::string readWholeFile(const std::string& path);
 
 /// A file being written. The bytes go to a temporary file beside the target, which commit() moves

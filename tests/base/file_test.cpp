@@ -174,8 +174,28 @@ TEST_F(Files, FullDeviceFailsAndStays) {
   EXPECT_EQ(fileCount(), files);
 }
 
-TEST_F(Files, DevicesAreNotReadToTheEnd) {
+TEST_F(Files, PipesAreReadAndDevicesAreNot) {
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  std::thread writer([this] { writeWholeFile(path("pipe"), "through"); });
+  EXPECT_EQ(readWholeFile(path("pipe")), "through");
+  writer.join();
   EXPECT_EQ(messageOf([] { readWholeFile("/dev/null"); }), "cannot read '/dev/null'");
+}
+
+TEST_F(Files, WhatHasNoRoomInMemoryCannotBeRead) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers end the program where memory runs out";
+#endif
+  writeWholeFile(path("vast"), "");
+  fs::resize_file(path("vast"), std::uintmax_t{8} << 30);  // takes no room on the disk
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+  rlimit small = before;
+  small.rlim_cur = rlim_t{4} << 30;
+  setrlimit(RLIMIT_AS, &small);
+  const std::string message = messageOf([this] { readWholeFile(path("vast")); });
+  setrlimit(RLIMIT_AS, &before);
+  EXPECT_EQ(message, "cannot read '" + path("vast") + "'");
 }
 
 TEST_F(Files, WithoutRoomTheOldFileStays) {
