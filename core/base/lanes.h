@@ -12,7 +12,10 @@ namespace kestrane {
 /// Four floats that are worked on side by side: the same IEEE operations per lane as for single
 /// floats, and so the same results on every machine, but without waiting for a compiler to find out
 /// that a loop can be done four at a time. Comparisons give a Mask4, which select() chooses by.
+/// Each form has a namespace of its own, so that a program may hold both, as the tests do.
 #if defined(__GNUC__) && !defined(KESTRANE_PLAIN_LANES)
+
+inline namespace vectorLanes {
 
 using Float4 = float __attribute__((vector_size(16)));
 using Mask4 = std::int32_t __attribute__((vector_size(16)));
@@ -27,6 +30,8 @@ inline Float4 select(Mask4 mask, Float4 a, Float4 b) {
 
 #else
 
+inline namespace plainLanes {
+
 struct Float4 {
   float lane[4];
   float operator[](int k) const { return lane[k]; }
@@ -36,50 +41,48 @@ struct Mask4 {
   std::int32_t operator[](int k) const { return lane[k]; }
 };
 
-namespace detail {
 template <class Result, class Operation>
 Result perLane(const Operation& operation) {
   Result result;
   for (int k = 0; k < 4; ++k) result.lane[k] = operation(k);
   return result;
 }
-}  // namespace detail
 
 inline Float4 splat(float x) {
   return {{x, x, x, x}};
 }
 inline Float4 operator+(Float4 a, Float4 b) {
-  return detail::perLane<Float4>([&](int k) { return a[k] + b[k]; });
+  return perLane<Float4>([&](int k) { return a[k] + b[k]; });
 }
 inline Float4 operator-(Float4 a, Float4 b) {
-  return detail::perLane<Float4>([&](int k) { return a[k] - b[k]; });
+  return perLane<Float4>([&](int k) { return a[k] - b[k]; });
 }
 inline Float4 operator*(Float4 a, Float4 b) {
-  return detail::perLane<Float4>([&](int k) { return a[k] * b[k]; });
+  return perLane<Float4>([&](int k) { return a[k] * b[k]; });
 }
 inline Float4 operator/(Float4 a, Float4 b) {
-  return detail::perLane<Float4>([&](int k) { return a[k] / b[k]; });
+  return perLane<Float4>([&](int k) { return a[k] / b[k]; });
 }
 inline Mask4 operator<(Float4 a, Float4 b) {
-  return detail::perLane<Mask4>([&](int k) { return a[k] < b[k] ? -1 : 0; });
+  return perLane<Mask4>([&](int k) { return a[k] < b[k] ? -1 : 0; });
 }
 inline Mask4 operator>(Float4 a, Float4 b) {
   return b < a;
 }
 inline Mask4 operator<=(Float4 a, Float4 b) {
-  return detail::perLane<Mask4>([&](int k) { return a[k] <= b[k] ? -1 : 0; });
+  return perLane<Mask4>([&](int k) { return a[k] <= b[k] ? -1 : 0; });
 }
 inline Mask4 operator>=(Float4 a, Float4 b) {
   return b <= a;
 }
 inline Mask4 operator&(Mask4 a, Mask4 b) {
-  return detail::perLane<Mask4>([&](int k) { return a[k] & b[k]; });
+  return perLane<Mask4>([&](int k) { return a[k] & b[k]; });
 }
 inline Mask4 operator|(Mask4 a, Mask4 b) {
-  return detail::perLane<Mask4>([&](int k) { return a[k] | b[k]; });
+  return perLane<Mask4>([&](int k) { return a[k] | b[k]; });
 }
 inline Float4 select(Mask4 mask, Float4 a, Float4 b) {
-  return detail::perLane<Float4>([&](int k) { return mask[k] ? a[k] : b[k]; });
+  return perLane<Float4>([&](int k) { return mask[k] ? a[k] : b[k]; });
 }
 
 #endif
@@ -134,5 +137,7 @@ inline Vec3x4 operator*(Float4 s, const Vec3x4& a) {
 inline Float4 dot(const Vec3x4& a, const Vec3x4& b) {
   return a.x * b.x + a.y * b.y + a.z * b.z;
 }
+
+}  // namespace vectorLanes or plainLanes
 
 }  // namespace kestrane
