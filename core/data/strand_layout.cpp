@@ -145,9 +145,10 @@ void StrandSet::append(const StrandSet& other) {
   };
   Channels strandChannels = missing(strandChannels_, other.strandChannels_, oldStrands, strands);
   Channels pointChannels = missing(pointChannels_, other.pointChannels_, oldPoints, points);
-  extend(strands, points);
+  if (strands > 0) extend(strands, points);
   strandChannels_.merge(strandChannels);
   pointChannels_.merge(pointChannels);
+  if (strands == 0) return;
 
   copyElements(other.ids().data(), strands, mutableIds().data() + oldStrands);
   copyElements(other.roots().data(), strands, mutableRoots().data() + oldStrands);

@@ -98,7 +98,8 @@ class StrandSet {
   std::size_t addStrand(std::uint64_t id, StrandRoot root, std::span<const Vec3f> points,
                         std::span<const float> widths = {});
   /// Appends all strands of another set. Channels are the union of both sets'; a channel missing on
-  /// one side is filled with the other's default. Attachments stay this set's.
+  /// one side is filled with the other's default. Attachments stay this set's. A set without
+  /// strands brings its channels and detaches nothing.
   void append(const StrandSet& other);
   /// Removes all strands; channel names and defaults stay, attachments go.
   void clear();

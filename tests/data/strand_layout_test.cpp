@@ -69,6 +69,18 @@ TEST(StrandLayout, AddingWrongWidthsThrowsAndChangesNothing) {
   expectSameStrands(set, before);
 }
 
+TEST(StrandLayout, StrandWithoutRoomThrowsAndChangesNothing) {
+  StrandSet set = makeUnevenStrands(5, 1);
+  const StrandSet before = set;
+  // More points than any array can have: nothing gets so far as to read them.
+  const Vec3f point;
+  const std::span<const Vec3f> absurd(&point, SIZE_MAX / sizeof(Vec3f));
+  EXPECT_THROW(set.addStrand(9, {}, absurd), std::length_error);
+  expectSameStrands(set, before);
+  EXPECT_EQ(set.addStrand(9, {}, {&point, 1}), 5u);
+  test::expectValidGroom(set);
+}
+
 TEST(StrandLayout, SetMayBeAddedToItself) {
   StrandSet set = makeUnevenStrands(6, 1);
   for (int round = 0; round < 6; ++round) {
@@ -120,14 +132,41 @@ TEST(StrandLayout, AppendUnitesTheChannels) {
   EXPECT_EQ(set.roots().back(), other.roots()[0]);
   EXPECT_EQ(set.points().back(), other.points()[1]);
   EXPECT_EQ(set.widths().back(), other.widths()[1]);
-  // An empty set to append still brings its channels, and to an empty one all comes over.
-  StrandSet empty;
-  empty.addPointChannel("fresh", 8.0f);
-  set.append(empty);
-  EXPECT_EQ(*set.pointChannel("fresh"), Array<float>(4, 8.0f));
+  // To an empty set all comes over.
   StrandSet start;
   start.append(other);
   expectSameStrands(start, other);
+}
+
+TEST(StrandLayout, AppendingAnEmptySetBringsItsChannelsAndDetachesNothing) {
+  StrandSet set = makeUnevenStrands(5, 1), empty;
+  empty.addStrandChannel("fresh", 7.0f);
+  empty.addPointChannel("fresh", 8.0f);
+  const StrandSet before = set;
+  set.append(empty);
+  EXPECT_EQ(*set.strandChannel("fresh"), Array<float>(5, 7.0f));
+  EXPECT_EQ(*set.pointChannel("fresh"), Array<float>(set.pointCount(), 8.0f));
+  EXPECT_TRUE(set.sharesIdsWith(before) && set.sharesRootsWith(before));
+  EXPECT_TRUE(set.sharesOffsetsWith(before) && set.sharesPointsWith(before));
+  EXPECT_TRUE(set.sharesWidthsWith(before) && set.sharesStrandChannelWith("s", before));
+  EXPECT_TRUE(set.sharesPointChannelWith("p", before));
+  test::expectValidGroom(set);
+}
+
+TEST(StrandLayout, AttachmentsStayThroughAppendAndResize) {
+  StrandSet set = makeStrands(2, 3), other = makeStrands(1, 2, 9);
+  set.featherLayers.resize(1);
+  set.scaleMeshes.resize(2);
+  other.featherLayers.resize(3);
+  other.scaleMeshes.resize(3);
+  set.append(other);
+  set.append(StrandSet());
+  set.resizeFromCounts(std::vector<std::uint32_t>{3, 1});
+  EXPECT_EQ(set.featherLayers.size(), 1u);
+  EXPECT_EQ(set.scaleMeshes.size(), 2u);
+  StrandSet bare = makeStrands(2, 3);
+  bare.append(other);
+  EXPECT_TRUE(bare.featherLayers.empty() && bare.scaleMeshes.empty());
 }
 
 TEST(StrandLayout, LargeAppendEqualsTheStrandsOneByOne) {

@@ -362,9 +362,10 @@ TEST(StrandSet, ThreadsDetachTheirOwnCopies) {
         StrandSet copy = set;
         for (Vec3f& point : copy.mutablePoints()) point.x = static_cast<float>(t);
         StrandSet again = copy;
-        for (float& width : again.mutableWidths()) width = static_cast<float>(t);
+        for (float& width : again.mutableWidths()) width = static_cast<float>(t) + 100.0f;
         ASSERT_EQ(again.points()[17].x, static_cast<float>(t));
-        ASSERT_NE(copy.widths()[1], static_cast<float>(t) + 100.0f);
+        ASSERT_EQ(again.widths()[1], static_cast<float>(t) + 100.0f);
+        ASSERT_EQ(copy.widths()[1], set.widths()[1]);
       }
     });
   }
