@@ -93,6 +93,7 @@ SurfaceTopology makeSurfaceTopology(std::span<const ScalpMesh::Triangle> triangl
 StrandRoot walkOnSurface(const ScalpMesh& mesh, StrandRoot from, Vec3f step, SurfaceWalkEnd* end) {
   if (end != nullptr) *end = {step, 0.0f};
   if (!mesh.hasFace(from.face) || !isFinite(step)) return from;
+  if (!std::isfinite(from.u) || !std::isfinite(from.v)) return from;
   Plane plane(mesh, from.face);
   if (!plane.valid()) return from;
 

@@ -44,8 +44,8 @@ struct SurfaceWalkEnd {
 /// Walks from a point of the surface along a step in space. The step loses its part along the
 /// triangle's normal, and turns with the surface at every edge it crosses, as if the triangles were
 /// unfolded into a plane. It stops at a border, at an edge of more than two triangles and before a
-/// triangle without area. An invalid root, or a step that is not finite, goes nowhere. The caller
-/// of many walks may run them on many threads.
+/// triangle without area. An invalid root, or a root or step that is not finite, goes nowhere. The
+/// caller of many walks may run them on many threads.
 StrandRoot walkOnSurface(const ScalpMesh& mesh, StrandRoot from, Vec3f step,
                          SurfaceWalkEnd* end = nullptr);
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <numbers>
 
@@ -124,6 +125,14 @@ TEST(SurfaceWalk, HostileWalksEnd) {
   EXPECT_EQ(walkOnSurface(sphere, {999, 0, 0}, {1, 0, 0}), (StrandRoot{999, 0, 0}));
   EXPECT_EQ(walkOnSurface(sphere, from, {kNan, 0, 0}), from);
   EXPECT_EQ(walkOnSurface(sphere, from, {0, 0, 0}).face, from.face);
+  for (const float bad : {kNan, std::numeric_limits<float>::infinity()}) {
+    for (const StrandRoot root : {StrandRoot{3, bad, 0.2f}, StrandRoot{3, 0.2f, bad}}) {
+      SurfaceWalkEnd end;
+      const StrandRoot stayed = walkOnSurface(sphere, root, {1, 2, 3}, &end);
+      EXPECT_EQ(std::memcmp(&stayed, &root, sizeof(root)), 0);
+      EXPECT_EQ(end.share, 0.0f);
+    }
+  }
   for (const float size : {1e-30f, 1e3f, 1e10f, 3e38f}) {
     expectOnFace(sphere, walkOnSurface(sphere, from, {size, size, -size}));
   }
