@@ -67,6 +67,10 @@ using TexturePtr = std::shared_ptr<const Texture>;
 /// environment variable KESTRANE_TEXTURE_CACHE_MB limits the cache (1024 unless set, 1 at least).
 /// Throws TextureError. Safe from any thread.
 TexturePtr loadTexture(const std::string& path);
+/// What changes whenever loadTexture would read the path anew: when its file, or any of its tiles,
+/// comes or is written again. 0 where there is none. It does not depend on the path's text, and
+/// costs a look at the file's folder.
+std::uint64_t textureStamp(const std::string& path);
 
 /// A texture of bytes: rows from top to bottom, 1 channel (grey), 2 (grey and alpha), 3 (RGB) or 4.
 /// Throws TextureError for sizes below 1, other channels and pixels of another count.

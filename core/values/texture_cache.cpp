@@ -4,12 +4,14 @@
 #include "core/values/texture_cache.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 
 #include "core/base/errors.h"
 #include "core/base/hash.h"
+#include "core/base/text.h"
 #include "core/values/udim.h"
 
 namespace kestrane {
@@ -48,31 +50,44 @@ Stamp patternStamp(const std::string& pattern) {
   return stamp;
 }
 
-TexturePtr makeTexture(const std::string& path, const std::string& pattern) {
+/// The image file or, of UDIM tiles, the pattern that a path names, with what stands there now.
+struct Source {
+  std::string name;
+  bool isPattern = false;
+  Stamp stamp;
+};
+
+Source findSource(const std::string& path) {
+  std::string pattern = udimPattern(path);
+  if (pattern.empty()) return {path, false, fileStamp(path)};
+  const Stamp stamp = patternStamp(pattern);
+  return {std::move(pattern), true, stamp};
+}
+
+TexturePtr makeTexture(const Source& source) {
   std::shared_ptr<Texture> texture;
-  if (!pattern.empty()) {
-    texture = std::make_shared<Texture>(pattern);
+  if (source.isPattern) {
+    texture = std::make_shared<Texture>(source.name);
   } else {
-    Image image = decodeImage(path);
+    Image image = decodeImage(source.name);
     texture = std::make_shared<Texture>(image.width, image.height, std::move(image.pixels),
                                         image.bitDepth);
   }
-  texture->name = pattern.empty() ? path : pattern;
+  texture->name = source.name;
   return texture;
 }
 
 }  // namespace
 
 std::size_t textureCacheLimit(const char* megabytes) {
-  constexpr std::size_t mebibyte = 1048576;
-  constexpr long long most = static_cast<long long>(SIZE_MAX / mebibyte / 2);
-  long long count = 1024;
-  if (megabytes != nullptr && *megabytes != '\0') {
-    char* end = nullptr;
-    const long long value = std::strtoll(megabytes, &end, 10);
-    if (end != megabytes && *end == '\0') count = value;
-  }
-  return static_cast<std::size_t>(std::clamp(count, 1LL, most)) * mebibyte;
+  constexpr double mebibyte = 1048576.0, most = 0x1p62;
+  double count = 1024.0;
+  const std::string_view text = trimmed(megabytes != nullptr ? megabytes : "");
+  double value = 0.0;
+  const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool whole = read.ec == std::errc() && read.ptr == text.data() + text.size();
+  if (whole && value == value) count = value;
+  return static_cast<std::size_t>(std::min(std::max(count, 1.0) * mebibyte, most));
 }
 
 std::size_t TextureCache::size() const {
@@ -100,20 +115,19 @@ TextureCache::Entries TextureCache::take(Entry entry) {
 }
 
 TexturePtr TextureCache::load(const std::string& path) {
-  const std::string pattern = udimPattern(path);
-  const Stamp stamp = pattern.empty() ? fileStamp(path) : patternStamp(pattern);
-  if (!stamp) throw TextureError("cannot read '" + path + "': file not found");
-  const std::string& key = pattern.empty() ? path : pattern;
+  const Source source = findSource(path);
+  if (!source.stamp) throw TextureError("cannot read '" + path + "': file not found");
+  const std::pair key(source.name, *source.stamp);
 
   std::promise<TexturePtr> promise;
   {
     std::unique_lock lock(mutex_);
-    const auto held = byKey_.find(key);
-    if (held != byKey_.end() && held->second->stamp == *stamp) {
+    const auto held = byKey_.find(source.name);
+    if (held != byKey_.end() && held->second->stamp == *source.stamp) {
       entries_.splice(entries_.begin(), entries_, held->second);
       return held->second->texture;
     }
-    const auto [load, isOurs] = loads_.try_emplace({key, *stamp});
+    const auto [load, isOurs] = loads_.try_emplace(key);
     if (!isOurs) {
       const std::shared_future<TexturePtr> theirs = load->second;
       lock.unlock();
@@ -124,15 +138,15 @@ TexturePtr TextureCache::load(const std::string& path) {
 
   Entries gone;
   try {
-    TexturePtr texture = makeTexture(path, pattern);
+    TexturePtr texture = makeTexture(source);
     const std::lock_guard lock(mutex_);
-    gone = take({key, *stamp, texture});
-    loads_.erase({key, *stamp});
+    gone = take({source.name, *source.stamp, texture});
+    loads_.erase(key);
     promise.set_value(texture);
     return texture;
   } catch (...) {
     const std::lock_guard lock(mutex_);
-    loads_.erase({key, *stamp});
+    loads_.erase(key);
     promise.set_exception(std::current_exception());
     throw;
   }
@@ -145,6 +159,10 @@ TexturePtr loadTexture(const std::string& path) {
   static auto* cache =
       new detail::TextureCache(detail::textureCacheLimit(std::getenv("KESTRANE_TEXTURE_CACHE_MB")));
   return cache->load(path);
+}
+
+std::uint64_t textureStamp(const std::string& path) {
+  return detail::findSource(path).stamp.value_or(0);
 }
 
 }  // namespace kestrane

@@ -48,6 +48,7 @@ class TextureCache {
 };
 
 /// The limit in bytes that a value of KESTRANE_TEXTURE_CACHE_MB asks for; null where it is not set.
+/// A text that is no number counts as not set.
 std::size_t textureCacheLimit(const char* megabytes);
 
 }  // namespace detail

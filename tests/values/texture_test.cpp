@@ -7,19 +7,14 @@
 
 #include <cmath>
 #include <filesystem>
-#include <functional>
 #include <limits>
 #include <numeric>
-#include <thread>
 
-#include "core/base/errors.h"
-#include "core/base/file.h"
 #include "core/base/hash.h"
 #include "core/base/parallel.h"
 #include "core/values/search_paths.h"
-#include "core/values/texture_cache.h"
 #include "core/values/udim.h"
-#include "tests/support/temp_folder.h"
+#include "tests/values/texture_folder.h"
 
 namespace kestrane {
 namespace {
@@ -72,38 +67,8 @@ const std::string tga = "\0\0\2\0\0\0\0\0\0\0\0\0\4\0\3\0\x18\x20"s + [] {
 const std::string hdr =
     "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 1 +X 2\n"s + "\x80\x40\x20\x81\x80\x40\x20\x82"s;
 
-class Textures : public testing::Test {
- protected:
-  Textures() : folder(test::tempFolder("textures")) {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-  }
-  ~Textures() override { fs::remove_all(folder); }
-  std::string write(const std::string& name, const std::string& bytes) {
-    writeWholeFile(folder + name, bytes);
-    return folder + name;
-  }
-  std::string folder;
-};
-
-std::string messageOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const TextureError& error) {
-    return error.what();
-  }
-  return "no failure";
-}
-
 Array<float> floats(std::initializer_list<float> values) {
   return Array<float>(values.begin(), values.end());
-}
-
-void expectColor(Vec4f found, Vec4f wanted, const std::string& where = "") {
-  EXPECT_NEAR(found.x, wanted.x, 1e-6f) << where;
-  EXPECT_NEAR(found.y, wanted.y, 1e-6f) << where;
-  EXPECT_NEAR(found.z, wanted.z, 1e-6f) << where;
-  EXPECT_NEAR(found.w, wanted.w, 1e-6f) << where;
 }
 
 TEST_F(Textures, AllFormatsDecodeToLinearFloats) {
@@ -322,61 +287,6 @@ TEST_F(Textures, ThreadsShareOneDecodeOfATile) {
   });
   for (const float value : green) EXPECT_FLOAT_EQ(value, 100.0f / 255.0f);
   EXPECT_EQ(texture.byteSize(), 2 * 12 * 16u);
-}
-
-TEST_F(Textures, TheCacheSharesDropsAndReadsAnew) {
-  const auto pixels = [](int width) {
-    return "P5 " + std::to_string(width) + " 1 255\n" +
-           std::string(static_cast<std::size_t>(width), '\x33');
-  };
-  const std::string a = write("a.pgm", pixels(10)), b = write("b.pgm", pixels(10)),
-                    c = write("c.pgm", pixels(10)), big = write("big.pgm", pixels(90));
-  detail::TextureCache cache(16 * 20);
-  const TexturePtr first = cache.load(a);
-  EXPECT_EQ(cache.load(a), first);
-  cache.load(b);
-  EXPECT_EQ(cache.load(a), first);  // now the newer one
-  cache.load(c);                    // pushes b out
-  EXPECT_EQ(cache.size(), 2u);
-  EXPECT_EQ(cache.load(a), first);
-  const TexturePtr huge = cache.load(big);  // stays though it is too large, and alone
-  EXPECT_EQ(cache.size(), 1u);
-  EXPECT_EQ(cache.load(big), huge);
-  EXPECT_NE(cache.load(a), first);
-  expectColor(first->sample(0.5f, 0.5f), {0.2f, 0.2f, 0.2f, 1});  // lives on
-
-  const TexturePtr before = cache.load(a);
-  write("a.pgm", pixels(11));
-  EXPECT_EQ(cache.load(a)->image()->width, 11);
-  write("a.pgm", "no picture");
-  const std::size_t held = cache.size();
-  EXPECT_NE(messageOf([&] { cache.load(a); }), "no failure");
-  EXPECT_EQ(cache.size(), held);
-  write("a.pgm", pixels(12));
-  EXPECT_EQ(cache.load(a)->image()->width, 12);
-
-  constexpr std::size_t mebibyte = 1048576;
-  EXPECT_EQ(detail::textureCacheLimit(nullptr), 1024 * mebibyte);
-  EXPECT_EQ(detail::textureCacheLimit("many"), 1024 * mebibyte);
-  EXPECT_EQ(detail::textureCacheLimit("0"), mebibyte);
-  EXPECT_EQ(detail::textureCacheLimit("-3"), mebibyte);
-  EXPECT_EQ(detail::textureCacheLimit("7"), 7 * mebibyte);
-  EXPECT_GT(detail::textureCacheLimit("999999999999999999999"), std::size_t{1} << 60);
-}
-
-TEST_F(Textures, TheCacheServesManyThreads) {
-  const std::string good = write("good.ppm", ppm), bad = write("bad.ppm", "nothing");
-  detail::TextureCache cache(1 << 20);
-  std::vector<TexturePtr> found(8);
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    threads.emplace_back([&, i] {
-      EXPECT_NE(messageOf([&] { cache.load(bad); }), "no failure");
-      found[i] = cache.load(good);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (const TexturePtr& texture : found) EXPECT_EQ(texture, found[0]);
 }
 
 TEST_F(Textures, SearchPathsFindRelativeFiles) {
