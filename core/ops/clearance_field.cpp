@@ -5,108 +5,127 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <cmath>
-
-#include "core/base/parallel.h"
+#include <limits>
 
 namespace kestrane {
 
 namespace {
 
+constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float cellsAlongDiagonal = 144.0f;
 constexpr float bandCells = 8.0f;
+// From one level to the next: the cells that tell a height are then at most a quarter of it wide.
+constexpr float coarser = 2.0f;
+// Shares of a cell. Off the surface a mix of heights always lies above the true one, by more where
+// cells are wide.
+constexpr float tolerance = 0.01f, coarseTolerance = 0.03f;
 
 }  // namespace
 
-ClearanceField::ClearanceField(const ScalpMesh& mesh) {
+ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
   Vec3f low{FLT_MAX, FLT_MAX, FLT_MAX}, high{-FLT_MAX, -FLT_MAX, -FLT_MAX};
-  for (const Vec3f p : mesh.points()) {
+  for (const Vec3f p : mesh_->points()) {
     if (!isFinite(p)) continue;
     low = min(low, p);
     high = max(high, p);
   }
   const float diagonal = distance(low, high);
-  if (mesh.triangleCount() == 0 || !std::isfinite(diagonal) || !(diagonal > 0.0f)) return;
-  cell_ = diagonal / cellsAlongDiagonal;
-  perCell_ = 1.0f / cell_;
-  band_ = bandCells * cell_;
-  const float margin = band_ + cell_;
-  low_ = low - Vec3f{margin, margin, margin};
-  for (int axis = 0; axis < 3; ++axis) {
-    size_[axis] =
-        static_cast<std::int64_t>(std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell_)) + 1;
+  if (mesh_->triangleCount() == 0 || !std::isfinite(diagonal) || !(diagonal > 0.0f)) return;
+  float cell = diagonal / cellsAlongDiagonal;
+  for (Level& level : levels_) {
+    level.cell = cell;
+    level.perCell = 1.0f / cell;
+    level.band = bandCells * cell;
+    level.tolerance = cell * (&level == levels_ ? tolerance : coarseTolerance);
+    const float margin = level.band + cell;
+    level.low = low - Vec3f{margin, margin, margin};
+    std::size_t blocks = 1;
+    for (int axis = 0; axis < 3; ++axis) {
+      const float cells = std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell);
+      level.end[axis] = cells;
+      level.blocks[axis] = (static_cast<std::int32_t>(cells) + blockCells - 1) / blockCells;
+      blocks *= static_cast<std::size_t>(level.blocks[axis]);
+    }
+    level.made = std::make_unique<std::atomic<const Block*>[]>(blocks);
+    cell *= coarser;
   }
-  end_ = {static_cast<float>(size_[0] - 1), static_cast<float>(size_[1] - 1),
-          static_cast<float>(size_[2] - 1)};
-  const std::size_t rows = static_cast<std::size_t>(size_[1] * size_[2]);
-  const auto columns = static_cast<std::size_t>(size_[0]);
-  heights_.assign(rows * columns, band_);
-  parallelRange(0, rows, 8, [&](std::size_t first, std::size_t last) {
-    for (std::size_t row = first; row < last; ++row) {
-      const auto y = static_cast<std::int64_t>(row) % size_[1];
-      const auto z = static_cast<std::int64_t>(row) / size_[1];
-      for (std::size_t x = 0; x < columns;) {
+  // What queries need is made here, once, and not under the first of many threads.
+  mesh_->closestPoint({});
+}
+
+ClearanceField::~ClearanceField() {
+  for (Level& level : levels_) {
+    if (!level.made) continue;
+    const auto blocks =
+        static_cast<std::size_t>(level.blocks[0] * level.blocks[1] * level.blocks[2]);
+    for (std::size_t i = 0; i < blocks; ++i) delete level.made[i].load();
+  }
+}
+
+/// Threads that come to the same block at once each make it; they make the same, and one is kept.
+const ClearanceField::Block* ClearanceField::make(const Level& level, std::size_t index) const {
+  const auto columns = static_cast<std::size_t>(level.blocks[0]);
+  const auto rows = static_cast<std::size_t>(level.blocks[1]);
+  const Vec3f number{static_cast<float>(index % columns),
+                     static_cast<float>(index / columns % rows),
+                     static_cast<float>(index / columns / rows)};
+  const Vec3f low = level.low + number * (level.cell * static_cast<float>(blockCells));
+  const Block* block = sampled(level, low);
+  const Block* other = nullptr;
+  if (level.made[index].compare_exchange_strong(other, block, std::memory_order_acq_rel)) {
+    return block;
+  }
+  delete block;
+  return other;
+}
+
+const ClearanceField::Block* ClearanceField::sampled(const Level& level, Vec3f low) const {
+  auto block = std::make_unique<Block>();
+  const float size = level.cell * static_cast<float>(blockCells);
+  const Vec3f middle = low + Vec3f{size, size, size} * 0.5f;
+  const float radius = 0.5f * size * 1.7320508f;
+  const SurfaceHit far = mesh_->closestPoint(middle, level.band + radius * 1.001f);
+  if (far.root.face < 0) {
+    std::fill(std::begin(block->heights), std::end(block->heights), infinity);
+    return block.release();
+  }
+  float* out = block->heights;
+  for (std::int32_t z = 0; z < blockRow; ++z) {
+    for (std::int32_t y = 0; y < blockRow; ++y) {
+      // Along a row one node's distance bounds the next one's.
+      float within = far.distance + radius * 1.001f;
+      for (std::int32_t x = 0; x < blockRow; ++x) {
         const Vec3f p =
-            low_ +
-            Vec3f{static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)} * cell_;
-        const SurfaceHit hit = mesh.closestPoint(p);
-        if (hit.root.face < 0) {
-          ++x;
-          continue;
-        }
-        const float up = dot(p - hit.position, mesh.normalAt(hit.root));
-        // Beside a border the nearest point says nothing of above or below.
-        const bool beside = std::abs(up) < 0.5f * hit.distance;
-        const float height = beside ? band_ : std::copysign(std::min(hit.distance, band_), up);
-        // Far from the surface its distance tells how many nodes need no look.
-        const std::size_t alike =
-            1 + static_cast<std::size_t>(std::max(hit.distance - band_, 0.0f) / cell_);
-        for (const std::size_t end = std::min(x + alike, columns); x < end; ++x) {
-          heights_[row * columns + x] = height;
-        }
+            low +
+            Vec3f{static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)} * level.cell;
+        const SurfaceHit hit = mesh_->closestPoint(p, within);
+        *out++ = heightFrom(p, hit, level.band);
+        if (hit.root.face >= 0) within = hit.distance + level.cell * 1.001f;
       }
     }
-  });
+  }
+  return block.release();
 }
 
-bool ClearanceField::find(Vec3f position, Cell& cell) const {
-  const Vec3f at = (position - low_) * perCell_;
-  // Written so that a place that is no number lies outside.
-  const bool inside = (at.x >= 0.0f) & (at.y >= 0.0f) & (at.z >= 0.0f) & (at.x < end_.x) &
-                      (at.y < end_.y) & (at.z < end_.z);
-  if (!inside) return false;
-  const auto x = static_cast<std::int32_t>(at.x), y = static_cast<std::int32_t>(at.y),
-             z = static_cast<std::int32_t>(at.z);
-  cell.corner = heights_.data() + (z * size_[1] + y) * size_[0] + x;
-  cell.share = {at.x - static_cast<float>(x), at.y - static_cast<float>(y),
-                at.z - static_cast<float>(z)};
-  return true;
+float ClearanceField::heightFrom(Vec3f position, const SurfaceHit& hit, float band) const {
+  if (hit.root.face < 0 || hit.distance >= band) return infinity;
+  const float up = dot(position - hit.position, mesh_->normalAt(hit.root));
+  // Beside a border the nearest point says nothing of above or below.
+  if (std::abs(up) < 0.5f * hit.distance) return infinity;
+  return std::copysign(hit.distance, up);
 }
 
-float ClearanceField::heightAt(Vec3f position) const {
-  Cell cell;
-  if (!find(position, cell)) return band_;
-  const std::int64_t row = size_[0], slice = size_[0] * size_[1];
-  const auto along = [&](std::int64_t offset) {
-    return lerp(cell.corner[offset], cell.corner[offset + 1], cell.share.x);
-  };
-  return lerp(lerp(along(0), along(row), cell.share.y),
-              lerp(along(slice), along(slice + row), cell.share.y), cell.share.z);
-}
-
-Vec3f ClearanceField::upAt(Vec3f position) const {
-  Cell cell;
-  if (!find(position, cell)) return {};
-  const std::int64_t row = size_[0], slice = size_[0] * size_[1];
-  const float* c = cell.corner;
-  const float x = cell.share.x, y = cell.share.y, z = cell.share.z;
-  // The slopes of the mix that heightAt is.
-  const auto slopeX = [&](std::int64_t offset) { return c[offset + 1] - c[offset]; };
-  const auto alongX = [&](std::int64_t offset) { return lerp(c[offset], c[offset + 1], x); };
+Vec3f ClearanceField::Sample::up() const {
+  const float* c = corner_;
+  const float x = share_.x, y = share_.y, z = share_.z;
+  // The slopes of the mix that the height is.
+  const auto slopeX = [&](std::int32_t offset) { return c[offset + 1] - c[offset]; };
+  const auto alongX = [&](std::int32_t offset) { return lerp(c[offset], c[offset + 1], x); };
   return normalize(
-      {lerp(lerp(slopeX(0), slopeX(row), y), lerp(slopeX(slice), slopeX(slice + row), y), z),
-       lerp(alongX(row) - alongX(0), alongX(slice + row) - alongX(slice), z),
-       lerp(alongX(slice) - alongX(0), alongX(slice + row) - alongX(row), y)});
+      {lerp(lerp(slopeX(0), slopeX(blockRow), y),
+            lerp(slopeX(blockSlice), slopeX(blockSlice + blockRow), y), z),
+       lerp(alongX(blockRow) - alongX(0), alongX(blockSlice + blockRow) - alongX(blockSlice), z),
+       lerp(alongX(blockSlice) - alongX(0), alongX(blockSlice + blockRow) - alongX(blockRow), y)});
 }
 
 }  // namespace kestrane

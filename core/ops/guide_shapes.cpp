@@ -4,6 +4,7 @@
 #include "core/ops/guide_shapes.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "core/base/parallel.h"
 #include "core/data/polyline.h"
@@ -61,7 +62,12 @@ GuideShapes::GuideShapes(const GuideSet& guides, std::span<const Vec3f> normals,
         offsets[k] = offset.x;
         offsets[pointCount + k] = offset.y;
         offsets[2 * pointCount + k] = offset.z;
-        if (field_) heights_[g * pointCount + k] = field_->heightAt(even[k]);
+        if (!field_) continue;
+        // Where nothing is known of the height under a guide, nothing is asked of strands.
+        ClearanceField::Sample sample;
+        heights_[g * pointCount + k] = field_->find(even[k], sample)
+                                           ? sample.height()
+                                           : -std::numeric_limits<float>::infinity();
       }
     }
   });
@@ -105,33 +111,37 @@ float StrandBlender::targetLength(std::size_t strand) const {
 void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
   const ClearanceField& field = *shapes_.field_;
   const std::size_t count = points.size();
+  const std::span<const float> wanted = wantedHeights(strand);
+  ClearanceField::Sample sample;
   bool lifted = false;
   Vec3f before = points[0];  // the last point as it came
   for (std::size_t k = 1; k < count; ++k) {
     const Vec3f aim = points[k];
-    const float segment = distance(before, aim);
-    before = aim;
     // From the first lift on the strand is walked: each segment keeps its length and heads for
     // where its end was.
-    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * segment;
+    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * distance(before, aim);
     for (int round = 0; round < liftRounds; ++round) {
-      const float height = field.heightAt(points[k]);
-      if (height >= field.band()) break;
-      const float sunk = wantedHeight(strand, k, count) - height;
-      if (!(sunk > field.tolerance())) break;
-      const Vec3f raised = points[k] + field.upAt(points[k]) * sunk;
-      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * segment;
+      if (!field.find(points[k], sample)) break;
+      const float sunk = wanted[k] - sample.height();
+      if (!(sunk > sample.tolerance())) break;
+      const Vec3f raised = points[k] + sample.up() * sunk;
+      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * distance(before, aim);
       lifted = true;
     }
+    before = aim;
   }
 }
 
-float StrandBlender::wantedHeight(std::size_t strand, std::size_t k, std::size_t count) const {
-  float wanted = 0.0f;
+std::span<const float> StrandBlender::wantedHeights(std::size_t strand) {
+  const std::size_t count = shapes_.count_;
+  wanted_.assign(count, 0.0f);
+  float* const out = wanted_.data();
   for (std::size_t e = binding_.begin(strand); e < binding_.end(strand); ++e) {
-    wanted += binding_.weight(e) * shapes_.heights_[binding_.guide(e) * count + k];
+    const float weight = binding_.weight(e);
+    const float* const heights = shapes_.heights_.data() + binding_.guide(e) * count;
+    for (std::size_t k = 0; k < count; ++k) out[k] += weight * heights[k];
   }
-  return wanted;
+  return wanted_;
 }
 
 void scaleToLength(std::span<Vec3f> points, float target) {

@@ -51,11 +51,12 @@ class StrandBlender {
 
  private:
   void lift(std::size_t strand, std::span<Vec3f> points);
-  float wantedHeight(std::size_t strand, std::size_t point, std::size_t count) const;
+  /// The guides' heights at every point, blended like their shapes.
+  std::span<const float> wantedHeights(std::size_t strand);
 
   const GuideShapes& shapes_;
   const GuideBinding& binding_;
-  std::vector<float> sums_;
+  std::vector<float> sums_, wanted_;
 };
 
 /// Scales the points about the first so that the polyline has the target length, by a factor of 2

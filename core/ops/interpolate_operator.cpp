@@ -487,7 +487,7 @@ class InterpolateOp final : public StrandOperator {
   const ClearanceField* clearanceOf(const ScalpMeshPtr& scalp) {
     const std::lock_guard lock(mutex_);
     if (!field_ || !sameScalp(fieldScalp_, scalp)) {
-      field_ = std::make_shared<const ClearanceField>(*scalp);
+      field_ = std::make_shared<const ClearanceField>(scalp);
       fieldScalp_ = scalp;
     }
     return field_.get();

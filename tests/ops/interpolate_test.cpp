@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "core/base/parallel.h"
 #include "core/data/polyline.h"
 #include "core/guides/parts.h"
 #include "core/ops/clearance_field.h"
@@ -397,22 +398,64 @@ TEST(SurfaceReach, IsStraightOnASmoothSurfaceAndLongAcrossAFold) {
   EXPECT_GT(folded.distanceTo(face, above.position, 0, 1.0f), 10.0f);
 }
 
-TEST(ClearanceField, KnowsTheHeightsNearASphere) {
+TEST(ClearanceField, KnowsTheHeightsAroundASphere) {
   const OpsFixture fixture;
-  const ClearanceField field(*fixture.scalp);
+  const ClearanceField field(fixture.scalp);
+  ClearanceField::Sample sample;
   for (std::uint64_t i = 0; i < 500; ++i) {
     const Vec3f way = normalize(Vec3f{unitFloat(mix64(i)) - 0.5f, unitFloat(mix64(i + 1000)) - 0.5f,
                                       unitFloat(mix64(i + 2000)) - 0.5f},
                                 {0, 1, 0});
-    for (const float height : {-0.6f, -0.2f, 0.0f, 0.3f, 0.9f}) {
-      const SurfaceHit hit = fixture.scalp->closestPoint(way * 10.0f);
-      const Vec3f normal = fixture.scalp->normalAt(hit.root);
-      EXPECT_NEAR(field.heightAt(hit.position + normal * height), height, 0.12f);
+    const SurfaceHit foot = fixture.scalp->closestPoint(way * 10.0f);
+    // Far off, where the grids are coarse, too.
+    for (const float height : {-6.0f, -0.6f, -0.2f, 0.0f, 0.3f, 0.9f, 2.0f, 7.0f, 24.0f}) {
+      const Vec3f at = foot.position + fixture.scalp->normalAt(foot.root) * height;
+      ASSERT_TRUE(field.find(at, sample)) << height;
+      EXPECT_NEAR(sample.height(), std::copysign(fixture.scalp->closestPoint(at).distance, height),
+                  0.12f + 0.02f * std::abs(height));
+      EXPECT_GT(dot(sample.up(), way), 0.9f);
     }
-    EXPECT_GT(dot(field.upAt(way * 10.2f), way), 0.9f);
   }
-  EXPECT_EQ(field.heightAt({1000, 0, 0}), field.band());
-  EXPECT_EQ(ClearanceField(ScalpMesh()).heightAt({}), 0.0f);
+  for (const float nowhere : {1000.0f, NAN, INFINITY, -INFINITY}) {
+    EXPECT_FALSE(field.find({nowhere, 0, 0}, sample)) << nowhere;
+  }
+  EXPECT_FALSE(ClearanceField(std::make_shared<const ScalpMesh>()).find({}, sample));
+}
+
+TEST(ClearanceField, BesideABorderNothingIsKnown) {
+  const auto plain = std::make_shared<const ScalpMesh>(
+      std::vector<Vec3f>{{0, 0, 0}, {10, 0, 0}, {10, 0, 10}, {0, 0, 10}},
+      std::vector<ScalpMesh::Triangle>{{0, 2, 1}, {0, 3, 2}});
+  const ClearanceField field(plain);
+  ClearanceField::Sample sample;
+  ASSERT_TRUE(field.find({5, 0.3f, 5}, sample));
+  EXPECT_NEAR(sample.height(), 0.3f, 1e-3f);
+  ASSERT_TRUE(field.find({5, -3.0f, 5}, sample));
+  EXPECT_NEAR(sample.height(), -3.0f, 0.05f);
+  EXPECT_FALSE(field.find({13, 0.1f, 5}, sample));
+}
+
+/// Blocks are made by whoever comes first: the heights may not depend on who that is.
+TEST(ClearanceField, IsTheSameFromAllThreads) {
+  const OpsFixture fixture;
+  std::vector<float> heights[2];
+  for (const std::size_t threads : {1, 8}) {
+    const ClearanceField field(fixture.scalp);
+    std::vector<float>& found = heights[threads > 1];
+    found.resize(20000);
+    runWithThreads(threads, [&] {
+      parallelRange(0, found.size(), 1, [&](std::size_t first, std::size_t last) {
+        ClearanceField::Sample sample;
+        for (std::size_t i = first; i < last; ++i) {
+          const auto draw = [&](std::uint64_t n) { return 30.0f * unitFloat(hashCombine(i, n)); };
+          found[i] = field.find(Vec3f{draw(0), draw(1), draw(2)} - Vec3f{15, 15, 15}, sample)
+                         ? sample.height()
+                         : 1e9f;
+        }
+      });
+    });
+  }
+  EXPECT_EQ(heights[0], heights[1]);
 }
 
 TEST(Interpolate, LiftsStrandsOutOfABulgeAndKeepsTheirLength) {
@@ -436,36 +479,44 @@ TEST(Interpolate, LiftsStrandsOutOfABulgeAndKeepsTheirLength) {
   }
   fixture.scalp = std::make_shared<const ScalpMesh>(points, triangles);
   fixture.context.surface = fixture.scalp;
-  auto guides = std::make_shared<GuideSet>();
-  for (int side = -1; side <= 1; side += 2) {
-    Guide guide;
-    guide.id = static_cast<std::uint64_t>(side + 2);
-    for (int k = 0; k < 12; ++k) {
-      guide.points.push_back({-4.0f + 0.7f * static_cast<float>(k), k == 0 ? 0.0f : 0.1f,
-                              4.0f * static_cast<float>(side)});
-    }
-    guides->guides.push_back(std::move(guide));
-  }
-  fixture.guides = guides;
   StrandSet strands;
   for (int i = 0; i < 20; ++i) {
     const Vec3f from{-3.5f, 0.0f, -1.0f + 0.1f * static_cast<float>(i)};
     const SurfaceHit hit = fixture.scalp->closestPoint(from);
     strands.addStrand(static_cast<std::uint64_t>(i), hit.root, std::vector<Vec3f>(33, from));
   }
-  const auto grow = [&](bool keep) {
-    const auto op = fixture.make("Interpolate");
-    op->parameters.set("keepClearance", keep);
-    const StrandSetPtr grown = fixture.run(*op, strands);
-    float lowest = 1e9f;
-    for (const Vec3f p : grown->points()) lowest = std::min(lowest, p.y - hill(p.x, p.z));
-    return std::pair(lowest, grown);
-  };
-  const auto [sunk, plain] = grow(false);
-  const auto [kept, lifted] = grow(true);
-  EXPECT_LT(sunk, -1.0f);
-  EXPECT_GT(kept, -0.3f);
-  test::expectLengthsKept(*plain, *lifted, 1e-3f);
+  // Higher than the finest of the grids of heights reaches, too.
+  for (const float above : {0.1f, 0.5f, 2.5f}) {
+    auto guides = std::make_shared<GuideSet>();
+    for (int side = -1; side <= 1; side += 2) {
+      Guide guide;
+      guide.id = static_cast<std::uint64_t>(side + 2);
+      for (int k = 0; k < 16; ++k) {
+        guide.points.push_back(
+            {-4.0f + 0.7f * static_cast<float>(k), k == 0 ? 0.0f : above, 4.0f * side});
+      }
+      guides->guides.push_back(std::move(guide));
+    }
+    fixture.guides = guides;
+    // The least height over the hill: distance to the surface, not the difference in Y.
+    const auto grow = [&](bool keep) {
+      const auto op = fixture.make("Interpolate");
+      op->parameters.set("keepClearance", keep);
+      const StrandSetPtr grown = fixture.run(*op, strands);
+      float lowest = 1e9f;
+      for (const Vec3f p : grown->points()) {
+        if (std::hypot(p.x, p.z) > 1.5f) continue;
+        const float distance = fixture.scalp->closestPoint(p).distance;
+        lowest = std::min(lowest, std::copysign(distance, p.y - hill(p.x, p.z)));
+      }
+      return std::pair(lowest, grown);
+    };
+    const auto [sunk, plain] = grow(false);
+    const auto [kept, lifted] = grow(true);
+    EXPECT_LT(sunk, above - 0.5f);
+    EXPECT_GT(kept, above - 0.05f - 0.02f * above);
+    test::expectLengthsKept(*plain, *lifted, 1e-3f);
+  }
 }
 
 }  // namespace
