@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
-#include <array>
-#include <memory>
 
 #include "core/expr/evaluate.h"
 #include "core/expr/math_rules.h"
@@ -24,21 +22,28 @@ namespace detail {
 
 namespace {
 
-/// The elements that are worked on at once: few enough that a stack of them stays in the nearest
-/// cache, enough to make little of what an instruction costs.
-constexpr std::size_t chunkSize = 128;
-
-/// The floats of stack that fit a block's own arrays; deeper programs allocate theirs.
-constexpr std::size_t shallowStack = 24;
+/// The most elements that are worked on at once: few enough that a stack of them stays in the
+/// nearest cache, enough to make little of what an instruction costs.
+constexpr std::size_t mostElements = 128;
 
 /// Buffers beyond the stack for operands that would be overwritten too early.
 constexpr std::size_t spareBuffers = 1;
 
+/// The floats of all buffers together. A program whose stack does not fit them works on fewer
+/// elements at once, so that none needs memory of its own.
+constexpr std::size_t bufferFloats = 16384;
+
+constexpr std::size_t chunkSizeOf(std::size_t stackDepth) {
+  return std::min(mostElements, bufferFloats / (stackDepth + spareBuffers));
+}
+static_assert(chunkSizeOf(deepestStack) > 0);
+
 /// One float of the stack, for all elements of a chunk: an array, or one value for all. An array is
-/// the input's own or the buffer of that place on the stack, never that of another place.
+/// the input's own or the buffer of that place on the stack, never that of another place. Without
+/// initial values, since most programs leave most of the stack alone.
 struct Operand {
-  const float* values = nullptr;
-  float constant = 0.0f;
+  const float* values;
+  float constant;
 
   float operator[](std::size_t i) const { return values != nullptr ? values[i] : constant; }
 };
@@ -65,7 +70,7 @@ template <class Result, class Function, class... Readers>
 void applyLoop(Function function, float* out, std::size_t count, Readers... readers) {
   if constexpr (requires { Function::fast(readers(0)...); }) {
     // The operands may lie in out, which the fast form overwrites.
-    float kept[chunkSize];
+    float kept[mostElements];
     int misfits = 0;
     KESTRANE_INDEPENDENT_LOOP
     for (std::size_t i = 0; i < count; ++i) {
@@ -94,16 +99,19 @@ class ChunkRun {
         block_(block),
         stack_(stack),
         buffers_(buffers),
-        spare_(buffers + expression.stackDepth() * chunkSize) {}
+        chunkSize_(chunkSizeOf(expression.stackDepth())),
+        spare_(buffer(expression.stackDepth())) {}
+
+  std::size_t chunkSize() const { return chunkSize_; }
 
   /// Afterwards value(0) is the number, or value(0) to value(2) the vector.
   void run(std::size_t begin, std::size_t count);
   const Operand& value(std::size_t i) const { return stack_[i]; }
 
  private:
-  float* buffer(std::size_t place) const { return buffers_ + place * chunkSize; }
+  float* buffer(std::size_t place) const { return buffers_ + place * chunkSize_; }
   bool isOwn(std::size_t place) const { return stack_[place].values == buffer(place); }
-  void setArray(std::size_t place) { stack_[place] = {buffer(place)}; }
+  void setArray(std::size_t place) { stack_[place] = {buffer(place), 0.0f}; }
 
   /// Moves an operand down the stack.
   void move(std::size_t from, std::size_t to);
@@ -130,6 +138,7 @@ class ChunkRun {
   const ExpressionBlock& block_;
   Operand* stack_;
   float* buffers_;
+  std::size_t chunkSize_;
   float* spare_;
   std::size_t top_ = 0;
   std::size_t begin_ = 0;
@@ -157,7 +166,7 @@ const float* ChunkRun::asArray(std::size_t place) {
 Operand ChunkRun::kept(std::size_t place) {
   if (!isOwn(place)) return stack_[place];
   std::copy_n(buffer(place), count_, spare_);
-  return {spare_};
+  return {spare_, 0.0f};
 }
 
 void ChunkRun::pushChannel(std::uint32_t entry) {
@@ -263,7 +272,8 @@ void ChunkRun::callEach(const Instruction& instruction, const FunctionRow& row, 
   const auto oneForAll = [](const Operand& operand) { return operand.values == nullptr; };
   const bool seedVaries = row.code == ExpressionFunction::rand && block_.seeds.values != nullptr;
   const bool placeVaries =
-      row.kind == FunctionClass::map && block_.hasLocations && block_.locations.values != nullptr;
+      row.kind == FunctionClass::map &&
+      (block_.locations.values != nullptr || block_.hasLocations.values != nullptr);
   const bool once = !seedVaries && !placeVaries &&
                     std::all_of(stack_ + first, stack_ + first + instruction.b, oneForAll);
   const std::size_t count = once ? 1 : count_;
@@ -272,7 +282,7 @@ void ChunkRun::callEach(const Instruction& instruction, const FunctionRow& row, 
     for (std::size_t k = 0; k < instruction.b; ++k) numbers[k] = stack_[first + k][i];
     CallContext context{block_.seeds[begin_ + i]};
     MapSample location;
-    if (row.kind == FunctionClass::map && block_.hasLocations) {
+    if (row.kind == FunctionClass::map && block_.hasLocations[begin_ + i]) {
       location = block_.locations[begin_ + i];
       context.location = &location;
     }
@@ -312,8 +322,8 @@ void ChunkRun::run(std::size_t begin, std::size_t count) {
         break;
       case Op::pushVariable: {
         const ExpressionLane<float>& lane = block_.slots[instruction.a];
-        stack_[top_++] =
-            lane.values != nullptr ? Operand{lane.values + begin} : Operand{nullptr, lane.constant};
+        stack_[top_++] = lane.values != nullptr ? Operand{lane.values + begin, 0.0f}
+                                                : Operand{nullptr, lane.constant};
         break;
       }
       case Op::pushChannel:
@@ -372,23 +382,13 @@ void ChunkRun::run(std::size_t begin, std::size_t count) {
 template <class Give>
 void runBlock(const Expression& expression, const ExpressionBlock& block, std::size_t count,
               Give&& give) {
-  const auto runOn = [&](Operand* stack, float* buffers) {
-    ChunkRun run(expression, block, stack, buffers);
-    for (std::size_t begin = 0; begin < count; begin += chunkSize) {
-      const std::size_t size = std::min(chunkSize, count - begin);
-      run.run(begin, size);
-      give(run, begin, size);
-    }
-  };
-  const std::size_t depth = expression.stackDepth();
-  if (depth <= shallowStack) {
-    Operand stack[shallowStack];
-    alignas(64) float buffers[(shallowStack + spareBuffers) * chunkSize];
-    runOn(stack, buffers);
-  } else {
-    const std::unique_ptr<Operand[]> stack(new Operand[depth]);
-    const std::unique_ptr<float[]> buffers(new float[(depth + spareBuffers) * chunkSize]);
-    runOn(stack.get(), buffers.get());
+  Operand stack[deepestStack];
+  alignas(64) float buffers[bufferFloats];
+  ChunkRun run(expression, block, stack, buffers);
+  for (std::size_t begin = 0; begin < count; begin += run.chunkSize()) {
+    const std::size_t size = std::min(run.chunkSize(), count - begin);
+    run.run(begin, size);
+    give(run, begin, size);
   }
 }
 

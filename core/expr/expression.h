@@ -88,7 +88,7 @@ struct ExpressionBlock {
   ExpressionLane<std::uint64_t> seeds;
   std::span<const ExpressionChannel> channels;
   ExpressionLane<MapSample> locations;
-  bool hasLocations = false;
+  ExpressionLane<bool> hasLocations = false;  // where false, maps read 0
 
   ExpressionLane<float>& operator[](ExpressionSlot slot) {
     return slots[static_cast<std::size_t>(slot)];
@@ -151,8 +151,7 @@ class Expression {
   float evaluate(const ExpressionRecord& record) const;
   /// The value of a vector; of a number, that number in all components.
   Vec3f evaluateVector(const ExpressionRecord& record) const;
-  /// As evaluate and evaluateVector, for block.count elements. Allocates only for programs of more
-  /// than 24 floats of stack.
+  /// As evaluate and evaluateVector, for block.count elements. None of the four allocates.
   void evaluateBlock(const ExpressionBlock& block, std::span<float> out) const;
   void evaluateBlock(const ExpressionBlock& block, std::span<Vec3f> out) const;
 

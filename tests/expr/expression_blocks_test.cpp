@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -67,6 +68,9 @@ std::vector<std::string> programs() {
       "cmap('m') * P",
       "$a = [x, y, z] + 1; $b = $a * $a.y; $b + $a",
       "pick(x, 1, 9, y, y, y, pick(y, 1, 9, x, x, x, x, pick(z, 1, 9, y, y, y, y, y, y, y, y)))",
+      nestedChoices(2),
+      nestedChoices(3),
+      nestedChoices(16),
   };
   for (const FunctionRow& row : functionTable) {
     if (row.kind != FunctionClass::math) continue;
@@ -93,6 +97,7 @@ struct Elements {
   std::vector<std::uint32_t> strands;
   std::vector<std::uint64_t> seeds;
   std::vector<MapSample> locations;
+  std::array<bool, count> located;
   ExpressionChannel channels[2];
   ExpressionBlock block;
 
@@ -129,6 +134,7 @@ struct Elements {
       seeds.push_back(mix64(i / 17));
       locations.push_back({});
       locations.back().uv.x = static_cast<float>(i);
+      located[i] = i % 7 != 3;
     }
     for (int i = 0; i < 50; ++i) clumpIds.push_back(static_cast<float>(i % 7));
     for (int i = 0; i < 990; ++i) weights.push_back(static_cast<float>(i) * 0.25f);
@@ -138,7 +144,7 @@ struct Elements {
     block.points = {0, 1, nullptr};
     block.seeds = seeds.data();
     block.locations = locations.data();
-    block.hasLocations = true;
+    block.hasLocations = located.data();
   }
 
   /// The channels that the program reads, in its order.
@@ -162,7 +168,7 @@ ExpressionRecord recordOf(const ExpressionBlock& block, std::size_t i, MapSample
   record.seed = block.seeds[i];
   record.channels = block.channels;
   location = block.locations[i];
-  record.location = block.hasLocations ? &location : nullptr;
+  record.location = block.hasLocations[i] ? &location : nullptr;
   return record;
 }
 
@@ -209,6 +215,7 @@ TEST(ExpressionBlocks, OfOneStrandMayHoldItsValuesOnce) {
   block.points = {153, 1, nullptr};
   block.seeds = ExpressionLane<std::uint64_t>(77);
   block.locations = ExpressionLane<MapSample>(elements.locations[5]);
+  block.hasLocations = true;
   for (const std::string& text : programs()) {
     const Expression expression = compiled(text);
     const auto channels = elements.channelsOf(expression);
@@ -231,13 +238,16 @@ TEST(ExpressionBlocks, OfOneStrandMayHoldItsValuesOnce) {
 
 TEST(ExpressionBlocks, OfEverySizeFillJustTheirElements) {
   Elements elements;
-  const Expression expression = compiled("sin(x) * t + u");
-  for (const std::size_t count : {0, 1, 3, 127, 128, 129, 257}) {
-    elements.block.count = count;
-    std::vector<float> out(count + 1, -123.0f);
-    expression.evaluateBlock(elements.block, std::span(out));
-    EXPECT_EQ(out.back(), -123.0f);
-    expectSameBits(expression, elements.block);
+  for (const std::string& text :
+       {std::string("sin(x) * t + u"), nestedChoices(4), nestedChoices(16)}) {
+    const Expression expression = compiled(text);
+    for (const std::size_t count : {0, 1, 3, 127, 128, 129, 257}) {
+      elements.block.count = count;
+      std::vector<float> out(count + 1, -123.0f);
+      expression.evaluateBlock(elements.block, std::span(out));
+      EXPECT_EQ(out.back(), -123.0f);
+      expectSameBits(expression, elements.block);
+    }
   }
 }
 
@@ -249,6 +259,7 @@ ExpressionBlock partOf(ExpressionBlock block, std::size_t begin, std::size_t end
   block.points.first += begin;
   block.seeds.values += begin;
   block.locations.values += begin;
+  block.hasLocations.values += begin;
   return block;
 }
 
