@@ -17,7 +17,8 @@ namespace {
 /// more memory than their text, whatever they would grow to.
 constexpr auto readDefinition = static_cast<ExpressionOp>(255);
 
-/// Shorter ones are copied at once, so that what is constant in them is seen.
+/// Short ones are copied at once. Those whose value is known are among them (a vector's three
+/// constants), so that what is made of them is known too.
 constexpr std::size_t shortDefinition = 8;
 
 template <class Code>
@@ -39,6 +40,18 @@ EmittedValue ProgramBuilder::fold(EmittedValue value) {
   runProgram(std::span(program_).subspan(value.begin), tables_, {}, stack);
   drop(value);
   return constant(stack[0]);
+}
+
+EmittedValue ProgramBuilder::foldVector(EmittedValue value) {
+  if (!value.foldable || !value.isVector() || value.depth > usualStack) return value;
+  float stack[usualStack];
+  runProgram(std::span(program_).subspan(value.begin), tables_, {}, stack);
+  drop(value);
+  // Infinities stay, as they would on the stack: only what is made of them may become 0.
+  for (int i = 0; i < 3; ++i) program_.push_back({.value = stack[i]});
+  length_ += 3;
+  value.depth = 3;
+  return value;
 }
 
 EmittedValue ProgramBuilder::constant(float value) {
@@ -185,6 +198,7 @@ EmittedValue ProgramBuilder::callColorMap(const std::shared_ptr<const Expression
 }
 
 std::size_t ProgramBuilder::define(EmittedValue value) {
+  value = foldVector(value);
   definitions_.push_back({value, std::move(program_), length_});
   program_.clear();
   length_ = 0;

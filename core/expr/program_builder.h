@@ -28,8 +28,9 @@ struct EmittedValue {
   std::uint32_t width() const { return isVector() ? 3 : 1; }
 };
 
-/// Emits the instructions of one expression. Sub-expressions of constants are run at once and
-/// become constants; values assigned to a name are copied where they are read.
+/// Emits the instructions of one expression. Sub-expressions of constants that give a number are
+/// run at once and become constants, and so does a vector when it is assigned to a name; values
+/// assigned to a name are copied where they are read.
 class ProgramBuilder {
  public:
   /// The most instructions that reading assigned values may make a program of.
@@ -85,6 +86,7 @@ class ProgramBuilder {
 
   EmittedValue emit(Instruction instruction, EmittedValue value);
   EmittedValue fold(EmittedValue value);
+  EmittedValue foldVector(EmittedValue value);
   /// Makes the number, whose instructions end at `end`, a vector in place.
   void splatAt(std::size_t end);
 

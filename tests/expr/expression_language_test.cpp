@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cstdlib>
+#include <locale>
+#include <sstream>
 
 #include "core/expr/expression.h"
 #include "tests/expr/expression_cases.h"
@@ -111,6 +114,9 @@ TEST(ExpressionLanguage, VectorsFollowTheGrammar) {
       {"-[1, -2, 3]", {-1, 2, -3}},
       {"$v = [1, 2, 3]; $v + $v", {2, 4, 6}},
       {"$center + 1", {2, 3, 4}},
+      // An infinity in a value that was assigned goes on as it does in one that was not.
+      {"min([1e38, 1, 1] * 100 + [1, 2, 3] * 0, 5)", {5, 5, 5}},
+      {"$v = [1e38, 1, 1] * 100 + [1, 2, 3] * 0; min($v, 5)", {5, 5, 5}},
       {"clamp([1, 5, 9], 2, [8, 8, 8])", {2, 5, 8}},
       {"mix(0, [2, 4, 6], 0.5)", {1, 2, 3}},
       {"[sin(0), cos(0), abs(-7)]", {0, 1, 7}},
@@ -128,13 +134,12 @@ TEST(ExpressionLanguage, MessagesAreExact) {
       {"1 +", "unexpected end at position 4"},
       {"1 + ;", "unexpected ';' at position 5"},
       {"1 )", "unexpected ')' at position 3"},
-      {"1; 2", "unexpected '2' at position 4"},
-      {"1 2",
-       "expected ';' at the end of the line above (only the last line is the value) "
-       "at position 3"},
       {"u\nv",
        "expected ';' at the end of the line above (only the last line is the value) "
        "(line 2, column 1)"},
+      {"1 .", "unexpected '.' at position 3"},
+      {"1;;", "unexpected ';' at position 3"},
+      {"1; )", "unexpected ')' at position 4"},
       {"a = 3", "unexpected '=' at position 3"},
       {"\xC3\xA9", "unexpected '\xC3\xA9' at position 1"},
       {"1 \xFF", "unexpected '\\xFF' at position 3"},
@@ -164,6 +169,12 @@ TEST(ExpressionLanguage, MessagesAreExact) {
       {"$a = 1; $a.x", "$a is a number: it has no . at position 11"},
       {"'mask'", "text in quotes names a map, in map(\"name\") at position 1"},
       {"sin('mask')", "text in quotes names a map, in map(\"name\") at position 5"},
+      {"1 'mask'", "text in quotes names a map, in map(\"name\") at position 3"},
+      {"1;\"mask\"", "text in quotes names a map, in map(\"name\") at position 3"},
+      {"$a = 1 'mask'", "text in quotes names a map, in map(\"name\") at position 8"},
+      {"P['x']", "text in quotes names a map, in map(\"name\") at position 3"},
+      {"(1 \"", "the quotes are not closed at position 4"},
+      {"1 'mask", "the quotes are not closed at position 3"},
       {"map('mask", "the quotes are not closed at position 5"},
       {"\"", "the quotes are not closed at position 1"},
       {"wave(1)", "unknown function 'wave' at position 1"},
@@ -208,6 +219,14 @@ TEST(ExpressionLanguage, MessagesAreExact) {
     const std::string shown = std::string(text) == "1 \xFF" ? "1 \\xFF" : text;
     EXPECT_EQ(messageOf(text, ExpressionType::any, nodeEnvironment()),
               "expression '" + shown + "': " + message);
+  }
+}
+
+TEST(ExpressionLanguage, OneValueStandsAtTheEnd) {
+  for (const char* text : {"1 2", "1;2", "1 a", "1; a", "1 $a", "1 .5", "1;.5", "1 (2)", "1;(2)",
+                           "1;[1,2,3]", "1;-1", "1;+1", "1\n(v)"}) {
+    EXPECT_THAT(messageOf(text), HasSubstr("': expected ';' at the end of the line above (only the "
+                                           "last line is the value) "));
   }
 }
 
@@ -297,13 +316,42 @@ TEST(ExpressionLanguage, HostileTextsFailWithTheirSentence) {
   }
 }
 
+TEST(ExpressionLanguage, NumbersDoNotDependOnTheStreamsLocale) {
+  struct Comma : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+  };
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Comma));
+  std::ostringstream shown;
+  shown << 1.5;
+  EXPECT_EQ(shown.str(), "1,5");
+  EXPECT_EQ(valueOf("0.5 + 1.5"), 2.0f);
+  std::locale::global(before);
+}
+
 TEST(ExpressionLanguage, NumbersDoNotDependOnTheLocale) {
   const std::string before = std::setlocale(LC_ALL, nullptr);
-  for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "C"}) {
-    if (std::setlocale(LC_ALL, name) == nullptr) continue;
-    EXPECT_EQ(valueOf("0.5 + 1.5"), 2.0f) << name;
+  const char* chosen = nullptr;
+  for (const char* name : {"de_DE.UTF-8", "de_DE", "fr_FR.UTF-8", "it_IT.UTF-8", "ru_RU.UTF-8"}) {
+    chosen = std::setlocale(LC_ALL, name);
+    if (chosen != nullptr) break;
   }
+  if (chosen == nullptr) GTEST_SKIP() << "no locale with a decimal comma is installed";
+  EXPECT_EQ(std::strtod("1,5", nullptr), 1.5);
+  EXPECT_EQ(valueOf("0.5 + 1.5"), 2.0f) << chosen;
   std::setlocale(LC_ALL, before.c_str());
+}
+
+TEST(ExpressionLanguage, MapsAreOpenedOnce) {
+  std::vector<std::string> opened;
+  ExpressionEnvironment environment;
+  environment.findMap = [&](const std::string& name) {
+    opened.push_back(name);
+    return std::make_shared<ComponentMap>();
+  };
+  const auto expression = Expression::compile(
+      "map('b') + map('a', 'r') + map('b', 2) + cmap('b').x + cmap('a').y", environment);
+  EXPECT_THAT(opened, ElementsAre("b", "a"));
+  EXPECT_THAT(expression.mapNames(), ElementsAre("b", "a"));
 }
 
 TEST(ExpressionLanguage, ConstantsAreFolded) {
@@ -318,6 +366,8 @@ TEST(ExpressionLanguage, ConstantsAreFolded) {
       {"P", 3},
       {"$a = 2 * 3; $a + $a", 1},
       {"$v = cross([1, 2, 3], [3, 2, 1]); $v.x", 1},
+      {"$v = [1, 2, 3] * 2 + [1, 2, 3] * 3; curve(t, 0, $v.x, 1, 1)", 2},
+      {"$v = [1, 2, 3] * 2 + [1, 2, 3] * 3; $w = $v * $v + $v; $w.y + $w.z", 1},
       {"cmap('mask')", 3},
       {"0 ? u : [1, 2, v]", 7},
   };
