@@ -73,7 +73,9 @@ inline Float4 gradientOf(std::uint64_t foldedHash) {
 }
 
 /// Noises of the seeds seed, seed + 1, ... at one point. What does not depend on the seed is found
-/// once; each corner adds its gradient's products with the offset, times the corner's share.
+/// once; each corner adds its gradient's products with the offset, times the corner's share. The
+/// order of the sum, over the corners with x fastest and then over the axes, is part of the result:
+/// another order, or a mix axis by axis, rounds to other floats and moves hair that is groomed.
 template <int count>
 inline std::array<float, count> gradientNoises(Vec3f p, std::uint64_t seed) {
   const NoiseAxis x(p.x, 0x9E3779B185EBCA87u);

@@ -113,6 +113,7 @@ TEST(ExpressionFunctions, NumbersFollowTheTable) {
       {"cycle(-1, 0, 3)", 3},
       {"cycle(7.9, 3, 0)", 3},
       {"cycle(9, 2, 4)", 3},
+      {"cycle(4, 0.5, 2.5)", 1},
       {"cycle(1e30, -1e30, 1e30)", 1e9},
       {"dot([1, 2, 3], [4, 5, 6])", 32},
       {"length([2, 3, 6])", 7},
@@ -167,6 +168,29 @@ TEST(ExpressionFunctions, RandomNumbersAreKeyedAsDocumented) {
   record.seed = 43;
   EXPECT_NE(valueOf("rand(1)", record), before);
   EXPECT_NE(valueOf("hash(1)"), valueOf("hash(2)"));
+}
+
+TEST(ExpressionFunctions, PickIsKeyedAsDocumented) {
+  for (const float x : {1.5f, 0.0f, -2.0f, 1e9f, 0.1f, 3.0f, 4.0f, 5.0f}) {
+    const double r = unitFloat(hashCombine(0x98034C1D6DB70AD7u, std::bit_cast<std::uint32_t>(x)));
+    EXPECT_EQ(at("pick(x, 0, 9)", x), std::floor(10.0 * r)) << x;
+    EXPECT_EQ(at("pick(x, 9, -90)", x), std::floor(100.0 * r) - 90.0) << x;
+    // Weights 1, 0, 2 and, past the list, 1.
+    const double walk = 4.0 * r;
+    EXPECT_EQ(at("pick(x, 5, 8, 1, 0, 2)", x), walk < 1.0 ? 5.0 : walk < 3.0 ? 7.0 : 8.0) << x;
+  }
+}
+
+TEST(ExpressionFunctions, RandomRulesTakeAnyNumber) {
+  constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
+  for (const char* text : {"rand(x)", "hash(x)", "pick(x, 0, 1e6)"}) {
+    EXPECT_EQ(at(text, notANumber), at(text, -notANumber)) << text;
+    EXPECT_EQ(at(text, 0.0f), at(text, -0.0f)) << text;
+  }
+  EXPECT_EQ(at("choose(x, 7, 8)", notANumber), 7.0f);
+  EXPECT_EQ(at("cycle(x, 2, 5)", notANumber), 4.0f);  // as 0
+  EXPECT_EQ(at("cycle(x, 2, 5)", -1e30f), at("cycle(x, 2, 5)", -1e9f));
+  EXPECT_EQ(at("cycle(3, x, 5)", notANumber), 3.0f);
 }
 
 /// How often each value comes up for x = 0, 1, 2, ...

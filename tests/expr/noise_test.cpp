@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "core/base/hash.h"
 
@@ -136,6 +138,42 @@ TEST(Noise, VoronoiMeasuresToFeaturePoints) {
     EXPECT_LE(std::fabs(voronoi(q, 1.0f, 2.0f) - second), 0.0101f);
     EXPECT_EQ(voronoi(p, 7.0f), first);
     EXPECT_EQ(voronoi(p, -7.0f), voronoi(p, 0.0f));
+  }
+}
+
+/// The distances to the two nearest of the 27 feature points around, each placed in space.
+std::pair<double, double> nearestFeatures(Vec3f p, float jitter) {
+  std::vector<double> distances;
+  for (int k = -1; k <= 1; ++k) {
+    for (int j = -1; j <= 1; ++j) {
+      for (int i = -1; i <= 1; ++i) {
+        const double cell[] = {std::floor(p.x) + i, std::floor(p.y) + j, std::floor(p.z) + k};
+        std::uint64_t h = 28816;
+        for (const double c : cell) {
+          h = hashCombine(h, static_cast<std::uint64_t>(static_cast<std::int64_t>(c)));
+        }
+        double squared = 0.0;
+        for (int axis = 0; axis < 3; ++axis) {
+          const double random = unitFloat(mix64(h + static_cast<std::uint64_t>(axis) + 1));
+          const double away = cell[axis] + 0.5 + (random - 0.5) * jitter - p[axis];
+          squared += away * away;
+        }
+        distances.push_back(std::sqrt(squared));
+      }
+    }
+  }
+  std::sort(distances.begin(), distances.end());
+  return {distances[0], distances[1]};
+}
+
+TEST(Noise, VoronoiFindsTheNearestFeatures) {
+  for (int i = 0; i < 5000; ++i) {
+    const Vec3f p = wander(i) * 0.01f;
+    const float jitter = static_cast<float>(i % 5) * 0.25f;
+    const auto [first, second] = nearestFeatures(p, jitter);
+    EXPECT_NEAR(voronoi(p, jitter), first, 2e-6) << i;
+    EXPECT_NEAR(voronoi(p, jitter, 2.0f), second, 2e-6) << i;
+    EXPECT_NEAR(voronoi(p, jitter, 3.0f), second - first, 4e-6) << i;
   }
 }
 
