@@ -3,53 +3,22 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <string>
 #include <vector>
 
+#include "bench/support/expression_points.h"
 #include "core/expr/expression.h"
 #include "core/expr/noise.h"
 
 namespace kestrane {
 namespace {
 
-constexpr const char* formula = "clamp(sin(x*6.28)*0.5+0.5,0,1)*mix(u,v,t)+pow(t,1.5)";
-
-/// Points of strands: x and t vary per point, u and v per strand.
-struct Points {
-  std::vector<float> u, v, x, t;
-
-  explicit Points(std::size_t count) : u(count), v(count), x(count), t(count) {
-    for (std::size_t i = 0; i < count; ++i) {
-      const auto strand = static_cast<float>(i / 17);
-      t[i] = static_cast<float>(i % 17) / 16.0f;
-      u[i] = strand * 0.37f - static_cast<float>(static_cast<int>(strand * 0.37f));
-      v[i] = 1.0f - u[i];
-      x[i] = strand * 0.013f + t[i];
-    }
-  }
-  ExpressionBlock block() const {
-    ExpressionBlock block;
-    block.count = u.size();
-    block[ExpressionSlot::u] = u.data();
-    block[ExpressionSlot::v] = v.data();
-    block[ExpressionSlot::x] = x.data();
-    block[ExpressionSlot::t] = t.data();
-    return block;
-  }
-  ExpressionRecord record(std::size_t i) const {
-    ExpressionRecord record;
-    record[ExpressionSlot::u] = u[i];
-    record[ExpressionSlot::v] = v[i];
-    record[ExpressionSlot::x] = x[i];
-    record[ExpressionSlot::t] = t[i];
-    return record;
-  }
-};
-
 void evaluateBlocks(benchmark::State& state, const std::string& text) {
   const Expression expression = Expression::compile(text);
-  const Points points(static_cast<std::size_t>(state.range(0)));
+  const ExpressionPoints points(static_cast<std::size_t>(state.range(0)));
   std::vector<float> out(points.u.size());
   const ExpressionBlock block = points.block();
   for (auto _ : state) {
@@ -68,9 +37,29 @@ void evaluateBlocks(benchmark::State& state, const std::string& text) {
 }
 
 void blocksOfPoints(benchmark::State& state) {
-  evaluateBlocks(state, formula);
+  evaluateBlocks(state, benchFormula);
 }
-BENCHMARK(blocksOfPoints)->Arg(17)->Arg(10'000 * 17)->Arg(100'000 * 17)->Arg(1'000'000 * 17);
+BENCHMARK(blocksOfPoints)->Arg(17)->Arg(benchFormulaPoints)->Arg(1'000'000 * 17);
+
+/// The formula as the compiler sees it: what nobody who writes it at run time can hope for.
+void blocksOfPointsByLambda(benchmark::State& state) {
+  const ExpressionPoints points(static_cast<std::size_t>(state.range(0)));
+  std::vector<float> out(points.size());
+  const auto formula = [](float x, float u, float v, float t) {
+    const float wave = std::clamp(std::sin(x * 6.28f) * 0.5f + 0.5f, 0.0f, 1.0f);
+    return wave * (u + (v - u) * t) + std::pow(t, 1.5f);
+  };
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < out.size(); ++i) {
+      out[i] = formula(points.x[i], points.u[i], points.v[i], points.t[i]);
+    }
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+  if (!sameFormulaValues(points, out)) state.SkipWithError("the lambda gives other values");
+  state.SetItemsProcessed(state.range(0) * state.iterations());
+}
+BENCHMARK(blocksOfPointsByLambda)->Arg(17)->Arg(benchFormulaPoints)->Arg(1'000'000 * 17);
 
 void blocksOfNegativePowers(benchmark::State& state) {
   evaluateBlocks(state, "(x - 1e5) ^ 3 + sin(x * 1e9)");
@@ -83,8 +72,8 @@ void blocksOfNoise(benchmark::State& state) {
 BENCHMARK(blocksOfNoise)->Arg(10'000 * 17);
 
 void oneAtATime(benchmark::State& state) {
-  const Expression expression = Expression::compile(formula);
-  const Points points(static_cast<std::size_t>(state.range(0)));
+  const Expression expression = Expression::compile(benchFormula);
+  const ExpressionPoints points(static_cast<std::size_t>(state.range(0)));
   float sum = 0.0f;
   for (auto _ : state) {
     for (std::size_t i = 0; i < points.u.size(); ++i) sum += expression.evaluate(points.record(i));
@@ -95,7 +84,7 @@ void oneAtATime(benchmark::State& state) {
 BENCHMARK(oneAtATime)->Arg(10'000 * 17);
 
 void vectorNoises(benchmark::State& state) {
-  const Points points(static_cast<std::size_t>(state.range(0)));
+  const ExpressionPoints points(static_cast<std::size_t>(state.range(0)));
   std::vector<Vec3f> out(points.u.size());
   for (auto _ : state) {
     for (std::size_t i = 0; i < out.size(); ++i) {
@@ -109,7 +98,7 @@ void vectorNoises(benchmark::State& state) {
 BENCHMARK(vectorNoises)->Arg(10'000 * 17);
 
 void compiles(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(Expression::compile(formula).stackDepth());
+  for (auto _ : state) benchmark::DoNotOptimize(Expression::compile(benchFormula).stackDepth());
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(compiles);

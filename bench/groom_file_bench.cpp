@@ -87,7 +87,7 @@ void groomReadFile(benchmark::State& state) {
 }
 
 /// The measure of the writer: every number formatted to a buffer, on all threads.
-void standardToChars(benchmark::State& state) {
+void groomTextByToChars(benchmark::State& state) {
   const std::vector<Vec3f> points = benchPoints(state.range(0));
   std::size_t bytes = 0;
   for (auto _ : state) {
@@ -107,7 +107,7 @@ void standardToChars(benchmark::State& state) {
 }
 
 /// The measure of the reader: the same text as a tree of the JSON library.
-void jsonLibraryParse(benchmark::State& state) {
+void groomParseByNlohmann(benchmark::State& state) {
   const std::string text = groomFileText(benchDocument(state.range(0)));
   for (auto _ : state) benchmark::DoNotOptimize(Json::parse(text));
   count(state, text.size());
@@ -115,12 +115,12 @@ void jsonLibraryParse(benchmark::State& state) {
 
 #define SIZES \
   ->Arg(100000)->Arg(1000000)->Arg(10000000)->Unit(benchmark::kMillisecond)->UseRealTime()
-BENCHMARK(standardToChars) SIZES;
+BENCHMARK(groomTextByToChars) SIZES;
 BENCHMARK(groomText) SIZES;
 BENCHMARK(groomWriteFile) SIZES;
 BENCHMARK(groomParse) SIZES;
 BENCHMARK(groomReadFile) SIZES;
-BENCHMARK(jsonLibraryParse)
+BENCHMARK(groomParseByNlohmann)
     ->Arg(100000)
     ->Arg(1000000)
     ->Unit(benchmark::kMillisecond)

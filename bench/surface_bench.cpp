@@ -6,11 +6,10 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cmath>
-#include <numbers>
 #include <vector>
 
+#include "bench/support/bumpy_head.h"
 #include "core/base/hash.h"
 #include "core/base/parallel.h"
 #include "core/data/kd_tree.h"
@@ -21,78 +20,22 @@
 namespace kestrane {
 namespace {
 
-/// A bumpy sphere of about 2 * rings * rings * 2 triangles.
-ScalpMesh makeHead(int rings) {
-  const int segments = 2 * rings;
-  std::vector<Vec3f> points;
-  std::vector<ScalpMesh::Triangle> triangles;
-  std::vector<std::int32_t> polygons;
-  for (int ring = 0; ring <= rings; ++ring) {
-    const double polar = std::numbers::pi * (ring + 0.5) / (rings + 1);
-    for (int segment = 0; segment < segments; ++segment) {
-      const double turn = 2.0 * std::numbers::pi * segment / segments;
-      const double radius = 10.0 + 0.4 * std::sin(9.0 * polar) * std::cos(7.0 * turn);
-      points.push_back({static_cast<float>(radius * std::sin(polar) * std::cos(turn)),
-                        static_cast<float>(radius * std::cos(polar)),
-                        static_cast<float>(-radius * std::sin(polar) * std::sin(turn))});
-    }
-  }
-  for (int ring = 0; ring < rings; ++ring) {
-    for (int segment = 0; segment < segments; ++segment) {
-      const std::int32_t a = ring * segments + segment;
-      const std::int32_t b = ring * segments + (segment + 1) % segments;
-      triangles.push_back({a, a + segments, b + segments});
-      triangles.push_back({a, b + segments, b});
-      polygons.push_back(2);
-    }
-  }
-  ScalpMesh mesh(std::move(points), std::move(triangles));
-  mesh.setPolygons(std::move(polygons));
-  return mesh;
-}
-
-/// Points spread over the surface, in the order of the triangles, off it by up to `height`.
-std::vector<Vec3f> pointsNear(const ScalpMesh& mesh, std::size_t count, float height) {
-  std::vector<Vec3f> points(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::uint64_t h = mix64(i);
-    const float w = std::sqrt(unitFloat(h)), b = unitFloat(mix64(h));
-    const StrandRoot root{static_cast<std::int32_t>(i * mesh.triangleCount() / count),
-                          (1.0f - b) * w, b * w};
-    points[i] = mesh.positionAt(root) + height * unitFloat(mix64(h + 1)) * mesh.normalAt(root);
-  }
-  return points;
-}
-
-void shuffle(std::vector<Vec3f>& points) {
-  for (std::size_t i = points.size(); i > 1; --i) {
-    std::swap(points[i - 1], points[mix64(i) % i]);
-  }
-}
-
-constexpr std::size_t kQueries = 200'000;
+constexpr std::size_t kQueries = HeadQueries::count;
 
 /// Argument 0: triangles in thousands; 1: height in hundredths of a unit (the radius is 10); 2: 1
 /// for random order.
 void closestPoint(benchmark::State& state) {
-  const int rings = static_cast<int>(std::sqrt(static_cast<double>(state.range(0)) * 1000 / 4));
-  const ScalpMesh mesh = makeHead(rings);
-  std::vector<Vec3f> queries =
-      pointsNear(mesh, kQueries, static_cast<float>(state.range(1)) * 0.01f);
-  if (state.range(2) != 0) shuffle(queries);
-  mesh.closestPoint({});
+  const HeadQueries head(state.range(0), state.range(1), state.range(2) != 0);
+  head.mesh.closestPoint({});
   double sum = 0.0;
   for (auto _ : state) {
-    for (const Vec3f& query : queries) sum += mesh.closestPoint(query).distance;
+    for (const Vec3f& query : head.points) sum += head.mesh.closestPoint(query).distance;
   }
   benchmark::DoNotOptimize(sum);
   if (!(sum >= 0.0) || !std::isfinite(sum)) state.SkipWithError("a query went wrong");
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kQueries));
 }
-BENCHMARK(closestPoint)
-    ->ArgNames({"ktris", "height", "random"})
-    ->ArgsProduct({{100}, {0, 5, 100, 500}, {0, 1}})
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(closestPoint)->Apply(headQueryArguments);
 
 void raycast(benchmark::State& state) {
   const ScalpMesh mesh = makeHead(158);
@@ -156,7 +99,7 @@ BENCHMARK(deform)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 /// Argument 0: levels. On one thread; items are points of the finest level.
 void subdivisionPoints(benchmark::State& state) {
-  const ScalpMesh mesh = makeHead(46);
+  const ScalpMesh mesh = makeHead(subdivisionRings);
   const auto plan = makeSubdivisionPlan(mesh, static_cast<int>(state.range(0)));
   std::size_t count = 0;
   runWithThreads(1, [&] {
@@ -171,7 +114,7 @@ void subdivisionPoints(benchmark::State& state) {
 BENCHMARK(subdivisionPoints)->ArgName("levels")->DenseRange(1, 3)->Unit(benchmark::kMicrosecond);
 
 void subdivisionPlan(benchmark::State& state) {
-  const ScalpMesh mesh = makeHead(46);
+  const ScalpMesh mesh = makeHead(subdivisionRings);
   for (auto _ : state) benchmark::DoNotOptimize(makeSubdivisionPlan(mesh, 2));
 }
 BENCHMARK(subdivisionPlan)->Unit(benchmark::kMillisecond)->UseRealTime();

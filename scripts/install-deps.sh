@@ -4,6 +4,7 @@
 #
 # Installs what a Debian 12 machine lacks to build and try Kestrane, and nothing else.
 #   scripts/install-deps.sh [build] [test] [bench] [lint]      no argument: all four
+#   scripts/install-deps.sh peers                              what benchmarks compare us with
 set -euo pipefail
 
 # A compiler, the libraries of the core and the program, and a software driver to draw with.
@@ -13,6 +14,7 @@ build=(g++ cmake ninja-build libtbb-dev nlohmann-json3-dev libstb-dev libcli11-d
 test=(libgtest-dev libgmock-dev libpng-dev zlib1g-dev python3 python3-venv ca-certificates)
 bench=(libbenchmark-dev python3)
 lint=(clang-format-14 git python3)
+peers=(libembree-dev libosd-dev libmuparser-dev libluajit-5.1-dev libpng-dev zlib1g-dev blender)
 
 groups=("$@")
 [ ${#groups[@]} -gt 0 ] || groups=(build test bench lint)
@@ -23,7 +25,8 @@ for group in "${groups[@]}"; do
     test) wanted+=("${test[@]}") ;;
     bench) wanted+=("${bench[@]}") ;;
     lint) wanted+=("${lint[@]}") ;;
-    *) echo "install-deps: unknown group '$group' (build, test, bench or lint)" >&2; exit 2 ;;
+    peers) wanted+=("${peers[@]}") ;;
+    *) echo "install-deps: unknown group '$group' (build, test, bench, lint or peers)" >&2; exit 2 ;;
   esac
 done
 
