@@ -82,27 +82,30 @@ std::vector<Vec3f> movedPoints(const GuideRecord& guide, std::span<const ActiveL
 class LevelWalk {
  public:
   LevelWalk(GuideHierarchy& hierarchy, const ScalpMesh* scalp)
-      : hierarchy_(hierarchy), scalp_(scalp), levels_(hierarchy.guideLevels()) {
-    for (const int level : levels_) depth_ = std::max(depth_, level + 1);
+      : hierarchy_(hierarchy), scalp_(scalp) {
+    const std::vector<int> levels = hierarchy.guideLevels();
+    for (std::uint32_t i = 0; i < levels.size(); ++i) {
+      const auto level = static_cast<std::size_t>(levels[i]);
+      if (level >= levels_.size()) levels_.resize(level + 1);
+      levels_[level].push_back(i);
+    }
   }
 
   /// Calls visit(guide) for the guides of 2 or more points, parents first; it returns the points
   /// that the guide takes, or none for a guide that stays.
   template <class Visit>
   void run(Visit visit) {
-    for (int level = 0; level < depth_; ++level) {
+    for (const std::vector<std::uint32_t>& level : levels_) {
       std::vector<std::uint64_t> following;
-      for (std::size_t i = 0; i < levels_.size(); ++i) {
+      for (const std::uint32_t i : level) {
         const GuideRecord& guide = hierarchy_.guides()[i];
-        if (levels_[i] == level && guide.follows() && moved_.contains(guide.parent)) {
-          following.push_back(guide.id);
-        }
+        if (guide.follows() && moved_.contains(guide.parent)) following.push_back(guide.id);
       }
       if (!following.empty()) hierarchy_.updateFromScalp(scalp_, following);
       moved_.insert(following.begin(), following.end());
-      for (std::size_t i = 0; i < levels_.size(); ++i) {
+      for (const std::uint32_t i : level) {
         const GuideRecord& guide = hierarchy_.guides()[i];
-        if (levels_[i] != level || guide.points.size() < 2) continue;
+        if (guide.points.size() < 2) continue;
         std::vector<Vec3f> points = visit(guide);
         if (points.empty()) continue;
         moved_.insert(guide.id);
@@ -114,8 +117,8 @@ class LevelWalk {
  private:
   GuideHierarchy& hierarchy_;
   const ScalpMesh* scalp_;
-  std::vector<int> levels_;  // setPoints and posing keep the guides in their places
-  int depth_ = 0;
+  /// Indices in guides(), which setPoints and posing leave as they are.
+  std::vector<std::vector<std::uint32_t>> levels_;
   std::unordered_set<std::uint64_t> moved_;
 };
 

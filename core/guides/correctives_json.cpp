@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
+#include <unordered_set>
 
 #include "core/base/json.h"
 #include "core/guides/correctives.h"
@@ -87,12 +88,12 @@ CorrectiveData correctivesFromJson(std::string_view text) {
   return detail::readDocument<CorrectiveData>(text, [](const Json& document) {
     checkVersion(document, "corrective data", correctiveVersion);
     CorrectiveData data;
-    for (const Json& layer : detail::readArray(document.at("layers"))) {
-      data.layers.push_back(readLayer(layer));
-      for (std::size_t i = 0; i + 1 < data.layers.size(); ++i) {
-        if (data.layers[i].name == data.layers.back().name) {
-          throw std::runtime_error("two corrective layers are named '" + data.layers[i].name + "'");
-        }
+    std::unordered_set<std::string> names;
+    for (const Json& json : detail::readArray(document.at("layers"))) {
+      data.layers.push_back(readLayer(json));
+      const std::string& name = data.layers.back().name;
+      if (!names.insert(name).second) {
+        throw std::runtime_error("two corrective layers are named '" + name + "'");
       }
     }
     return data;

@@ -210,6 +210,13 @@ TEST(Correctives, TextsRoundTripAndFaultsAreNamed) {
       {"\"weightCurve\":[]", "\"weightCurve\":[[1]]", "a weight key needs a time and a weight"},
       {"\"fadeIn\"", "\"fade\"", "key 'fadeIn' not found"},
       {"\"slot\":0", "\"slot\":1e10", "found number where a whole number belongs"},
+      {"]}}]}",
+       "]}},{\"name\":\"\xC3\xA9\",\"time\":0,\"fadeIn\":0,\"fadeOut\":0,\"holdBefore\":false,"
+       "\"holdAfter\":false,\"weight\":1,\"enabled\":true,\"slot\":0,\"weightCurve\":[],"
+       "\"offsets\":{}},{\"name\":\"a\",\"time\":0,\"fadeIn\":0,\"fadeOut\":0,\"holdBefore\":false,"
+       "\"holdAfter\":false,\"weight\":1,\"enabled\":true,\"slot\":0,\"weightCurve\":[],"
+       "\"offsets\":{}}]}",
+       "two corrective layers are named 'a'"},
       {"{\"layers\"", "{\"version\":2,\"layers\"",
        "corrective data version 2 is newer than this Kestrane supports (1); update Kestrane to "
        "open "
