@@ -15,6 +15,10 @@
 namespace kestrane::detail {
 
 /// Infinity and NaN stay out of the stored guides: no document could hold them.
+inline bool allFinite(std::span<const Vec3f> points) {
+  return std::all_of(points.begin(), points.end(), [](Vec3f p) { return isFinite(p); });
+}
+
 inline void requireFinite(std::span<const float> values, const char* operation) {
   if (!std::all_of(values.begin(), values.end(), [](float v) { return std::isfinite(v); })) {
     throw std::invalid_argument(std::string(operation) + ": the values must be finite numbers");
@@ -22,7 +26,7 @@ inline void requireFinite(std::span<const float> values, const char* operation) 
 }
 
 inline void requireFinite(std::span<const Vec3f> points, const char* operation) {
-  if (!std::all_of(points.begin(), points.end(), [](Vec3f p) { return isFinite(p); })) {
+  if (!allFinite(points)) {
     throw std::invalid_argument(std::string(operation) + ": the points must be finite numbers");
   }
 }

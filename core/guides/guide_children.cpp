@@ -66,6 +66,7 @@ std::uint64_t GuideHierarchy::addChildGuide(std::uint32_t group, std::uint64_t p
   detail::requireFinite(points, "addChildGuide");
   if (tube) detail::requireFinite(*tube, "addChildGuide");
   GuideRecord guide;
+  guide.offsets = offsetsUnder(parent, points, "addChildGuide");
   guide.id = allocateGuideId();
   guide.group = group;
   guide.parent = parent;
@@ -73,7 +74,6 @@ std::uint64_t GuideHierarchy::addChildGuide(std::uint32_t group, std::uint64_t p
       tube ? std::move(*tube) : scaledTube(leader->tube, childTubeShare, leader->tube.twist);
   guide.frameUp = frameUpFor(points);
   guide.points = std::move(points);
-  recomputeOffsets(guide);
   const std::uint64_t id = guide.id;
   append(std::move(guide));
   return id;
@@ -110,52 +110,85 @@ std::uint32_t GuideHierarchy::generateChildren(
                            settings.tubeScale};
   detail::requireFinite(numbers, "generateChildren");
 
-  const std::uint32_t childGroup = existing ? existing->id : addGroup(name, parentGroup);
   const std::unordered_set<std::uint64_t> replaced(leaders.begin(), leaders.end());
-  std::vector<char> marked(guides_.size(), 0);
-  for (std::size_t i = 0; i < guides_.size(); ++i) {
-    marked[i] = guides_[i].group == childGroup && replaced.contains(guides_[i].parent);
+  std::vector<char> removed(guides_.size(), 0);
+  for (std::size_t i = 0; existing && i < guides_.size(); ++i) {
+    removed[i] = guides_[i].group == existing->id && replaced.contains(guides_[i].parent);
   }
-  markDescendants(marked);
-  removeMarked(marked);
+  markDescendants(removed);
 
+  std::vector<GuideRecord> children;
+  std::unordered_set<std::uint64_t> childIds;
+  const auto isTaken = [&](std::uint64_t id) {
+    const auto found = guideIndex_.find(id);
+    return id == 0 || childIds.contains(id) ||
+           (found != guideIndex_.end() && !removed[found->second]);
+  };
   for (const std::uint64_t leaderId : leaders) {
-    const GuideRecord leader = *findGuide(leaderId);
+    const GuideRecord& leader = *findGuide(leaderId);
     if (leader.points.size() < 2) continue;
     const FollowedCurve curve = followedCurve(leader, leader.points.size());
     const GuideTube tube = scaledTube(leader.tube, settings.tubeScale, 0.0f);
+    detail::requireFinite(tube, "generateChildren");
     const std::uint64_t family = hashCombine(mix64(leaderId), settings.seed);
     for (int k = 0; k < settings.count; ++k) {
       GuideRecord child;
       child.id = hashCombine(family, static_cast<std::uint64_t>(k));
-      while (child.id == 0 || findGuide(child.id)) child.id = mix64(child.id);
-      child.group = childGroup;
+      while (isTaken(child.id)) child.id = mix64(child.id);
       child.parent = leaderId;
       child.tube = tube;
       child.offsets = generatedOffsets(child.id, leader.points.size(), settings);
-      poseChild(child, leader.tube, curve, nullptr);
+      detail::requireFinite(child.offsets, "generateChildren");
+      if (!poseChild(child, leader.tube, curve, nullptr)) {
+        throw std::invalid_argument("generateChildren: the children are too far from the parent");
+      }
       child.frameUp = frameUpFor(child.points);
-      child.frameUpLocal = curve.frames[0].toLocal(child.frameUp);
-      append(std::move(child));
+      childIds.insert(child.id);
+      children.push_back(std::move(child));
     }
   }
+
+  const std::uint32_t childGroup = existing ? existing->id : addGroup(name, parentGroup);
+  removeMarked(removed);
+  for (GuideRecord& child : children) {
+    child.group = childGroup;
+    append(std::move(child));
+  }
   return childGroup;
+}
+
+void GuideHierarchy::place(std::span<const Placement> placements, const char* operation) {
+  std::vector<std::vector<Vec3f>> offsets(placements.size());
+  for (std::size_t i = 0; i < placements.size(); ++i) {
+    const auto& [index, parent, locked] = placements[i];
+    if (parent == 0 || locked) continue;
+    const GuideRecord& guide = guides_[index];
+    // A child that was read and never posed has its shape in its offsets alone.
+    offsets[i] =
+        guide.points.empty() ? guide.offsets : offsetsUnder(parent, guide.points, operation);
+  }
+  for (std::size_t i = 0; i < placements.size(); ++i) {
+    GuideRecord& guide = guides_[placements[i].index];
+    guide.parent = placements[i].parent;
+    guide.locked = placements[i].locked;
+    guide.offsets = std::move(offsets[i]);
+    guide.unbind();
+    if (guide.pointCount() == 0) guide.pointAttributes.clear();
+  }
 }
 
 void GuideHierarchy::reparent(std::span<const std::uint64_t> ids, std::uint64_t newParent) {
   const GuideRecord* leader = findGuide(newParent);
   if (!leader) throw std::invalid_argument("reparent: unknown parent guide");
+  std::vector<Placement> placements;
   for (const std::uint64_t id : ids) {
-    if (findGroup(requireGuide(id, "reparent").group)->parent != leader->group) {
+    const GuideRecord& guide = requireGuide(id, "reparent");
+    if (findGroup(guide.group)->parent != leader->group) {
       throw std::invalid_argument("reparent: the new parent must be in the guide's parent group");
     }
+    placements.push_back({guideIndex_.at(id), newParent, guide.locked});
   }
-  for (const std::uint64_t id : ids) {
-    GuideRecord& guide = *guideAt(id);
-    guide.parent = newParent;
-    guide.rootLocal.clear();
-    recomputeOffsets(guide);
-  }
+  place(placements, "reparent");
 }
 
 void GuideHierarchy::promoteGroup(std::uint32_t group) {
@@ -164,19 +197,14 @@ void GuideHierarchy::promoteGroup(std::uint32_t group) {
   if (promoted->parent == 0) {
     throw std::invalid_argument("promoteGroup: '" + promoted->name + "' is already a root group");
   }
-  for (GuideRecord& guide : guides_) {
-    if (guide.group != group) continue;
-    const GuideRecord* parent = findGuide(guide.parent);
-    guide.rootLocal.clear();
-    if (parent && findGuide(parent->parent)) {
-      guide.parent = parent->parent;
-      recomputeOffsets(guide);
-    } else {
-      guide.parent = 0;
-      guide.locked = false;
-      guide.offsets.clear();
-    }
+  std::vector<Placement> placements;
+  for (std::uint32_t i = 0; i < guides_.size(); ++i) {
+    if (guides_[i].group != group) continue;
+    const GuideRecord* parent = findGuide(guides_[i].parent);
+    const bool stays = parent && findGuide(parent->parent);
+    placements.push_back({i, stays ? parent->parent : 0, stays && guides_[i].locked});
   }
+  place(placements, "promoteGroup");
   promoted->parent = findGroup(promoted->parent)->parent;
 }
 
@@ -195,7 +223,9 @@ void GuideHierarchy::demoteGroup(std::uint32_t group, std::uint32_t newParent) {
   if (leaders.empty()) {
     throw std::invalid_argument("demoteGroup: '" + above->name + "' has no guides to follow");
   }
-  for (GuideRecord& guide : guides_) {
+  std::vector<Placement> placements;
+  for (std::uint32_t i = 0; i < guides_.size(); ++i) {
+    const GuideRecord& guide = guides_[i];
     if (guide.group != group) continue;
     const GuideRecord* nearest = leaders.front();
     if (!guide.points.empty()) {
@@ -208,24 +238,20 @@ void GuideHierarchy::demoteGroup(std::uint32_t group, std::uint32_t newParent) {
         }
       }
     }
-    if (guide.parent == 0) guide.locked = false;
-    guide.parent = nearest->id;
-    guide.rootLocal.clear();
-    recomputeOffsets(guide);
+    placements.push_back({i, nearest->id, guide.parent != 0 && guide.locked});
   }
+  place(placements, "demoteGroup");
   demoted->parent = newParent;
 }
 
 void GuideHierarchy::setLocked(std::span<const std::uint64_t> ids, bool locked) {
-  for (const std::uint64_t id : ids) requireGuide(id, "setLocked");
+  std::vector<Placement> placements;
   for (const std::uint64_t id : ids) {
-    GuideRecord& guide = *guideAt(id);
-    if (guide.parent == 0 || guide.locked == locked) continue;
-    guide.locked = locked;
-    guide.rootLocal.clear();
-    guide.offsets.clear();
-    recomputeOffsets(guide);
+    const GuideRecord& guide = requireGuide(id, "setLocked");
+    if (guide.parent == 0 || guide.points.empty() || guide.locked == locked) continue;
+    placements.push_back({guideIndex_.at(id), guide.parent, locked});
   }
+  place(placements, "setLocked");
 }
 
 }  // namespace kestrane

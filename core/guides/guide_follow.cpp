@@ -6,6 +6,7 @@
 
 #include "core/base/parallel.h"
 #include "core/data/polyline.h"
+#include "core/guides/guide_checks.h"
 #include "core/guides/guide_frames.h"
 #include "core/guides/guide_hierarchy.h"
 
@@ -27,13 +28,19 @@ Vec3f fromSurface(const SurfaceFrame& frame, Vec3f v) {
   return frame.tangent * v.x + frame.bitangent * v.y + frame.normal * v.z;
 }
 
-void poseFromScalp(GuideRecord& guide, const ScalpMesh& scalp) {
+/// A guide that would leave the range of numbers stays as it is; the result is false then.
+bool poseFromScalp(GuideRecord& guide, const ScalpMesh& scalp) {
   const Vec3f root = scalp.positionAt(guide.root);
   const SurfaceFrame frame = surfaceFrameAt(scalp, guide.root);
-  for (std::size_t i = 0; i < guide.points.size(); ++i) {
-    guide.points[i] = root + fromSurface(frame, guide.rootLocal[i]);
+  std::vector<Vec3f> points(guide.rootLocal.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    points[i] = root + fromSurface(frame, guide.rootLocal[i]);
   }
-  guide.frameUp = fromSurface(frame, guide.frameUpLocal);
+  const Vec3f up = fromSurface(frame, guide.frameUpLocal);
+  if (!detail::allFinite(points) || !isFinite(up)) return false;
+  guide.points = std::move(points);
+  guide.frameUp = up;
+  return true;
 }
 
 void turnAround(GuideRecord& guide) {
@@ -42,7 +49,9 @@ void turnAround(GuideRecord& guide) {
   guide.frameUp = frameUpFor(guide.points);
 }
 
-void bindToScalp(GuideRecord& guide, const ScalpMesh& scalp) {
+/// A guide that finds no place, or none within the range of numbers, stays as it is.
+void bindToScalp(GuideRecord& unbound, const ScalpMesh& scalp) {
+  GuideRecord guide = unbound;
   SurfaceHit hit = scalp.closestPoint(guide.points.front());
   if (hit.root.face < 0) return;
   if (guide.parent == 0 && guide.root.face < 0) {
@@ -65,9 +74,10 @@ void bindToScalp(GuideRecord& guide, const ScalpMesh& scalp) {
     guide.rootLocal[i] = toSurface(frame, guide.points[i] - start);
   }
   guide.frameUpLocal = toSurface(frame, guide.frameUp);
+  if (!detail::allFinite(guide.rootLocal) || !isFinite(guide.frameUpLocal)) return;
   // Posed by the same arithmetic as at every later update, so that one which finds the scalp where
   // it was changes no bit.
-  poseFromScalp(guide, scalp);
+  if (poseFromScalp(guide, scalp)) unbound = std::move(guide);
 }
 
 }  // namespace
@@ -95,10 +105,20 @@ void GuideHierarchy::updateIndices(const ScalpMesh* scalp, std::vector<std::uint
   if (scalp && scalpTopology_ != scalp->topologyHash()) {
     if (scalpTopology_ != 0) {
       for (GuideRecord& guide : guides_) {
-        if (!guide.follows()) guide.rootLocal.clear();
+        if (!guide.follows()) guide.unbind();
       }
     }
     scalpTopology_ = scalp->topologyHash();
+  }
+  // Guides of which none follows another in the list need no order.
+  const auto followsAnother = [&](std::uint32_t index) {
+    const auto parent = guideIndex_.find(guides_[index].parent);
+    return guides_[index].follows() && parent != guideIndex_.end() &&
+           std::binary_search(indices.begin(), indices.end(), parent->second);
+  };
+  if (std::none_of(indices.begin(), indices.end(), followsAnother)) {
+    updateRun(scalp, indices);
+    return;
   }
   const std::vector<int> levels = guideLevels();
   std::stable_sort(indices.begin(), indices.end(),
@@ -147,7 +167,11 @@ void GuideHierarchy::updateRun(const ScalpMesh* scalp, std::span<const std::uint
         const FollowedCurve& curve = curves[static_cast<std::size_t>(place)];
         const GuideTube& tube = guides_[key.first].tube;
         // A child whose parent could not be followed so far begins from where it stands.
-        if (guide.offsets.empty()) guide.offsets = offsetsOf(guide.points, tube, curve);
+        if (guide.offsets.empty()) {
+          std::vector<Vec3f> offsets = offsetsOf(guide.points, tube, curve);
+          if (!detail::allFinite(offsets)) continue;
+          guide.offsets = std::move(offsets);
+        }
         poseChild(guide, tube, curve, scalp);
       } else if (scalp && guide.points.size() >= 2) {
         const bool bound =

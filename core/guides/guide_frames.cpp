@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "core/data/polyline.h"
+#include "core/guides/guide_checks.h"
 
 namespace kestrane {
 
@@ -57,6 +58,24 @@ float shareAt(std::size_t index, std::size_t count) {
   return count < 2 ? 0.0f : static_cast<float>(index) / static_cast<float>(count - 1);
 }
 
+/// Moves the first point onto the surface, the others less and less; returns the root there. A
+/// child that has no root yet stays where it is.
+StrandRoot drawOntoScalp(std::span<Vec3f> points, StrandRoot root, const ScalpMesh* scalp) {
+  if (!scalp || !scalp->hasFace(root.face)) return root;
+  // The surface is at most as far as the old root, which bounds the search.
+  const Vec3f start = points[0];
+  SurfaceHit hit =
+      scalp->closestPoint(start, 1.01f * distance(start, scalp->positionAt(root)) + 1e-6f);
+  if (hit.root.face < 0) hit = scalp->closestPoint(start);
+  if (hit.root.face < 0) return root;
+  const Vec3f shift = hit.position - start;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const float rest = 1.0f - shareAt(i, points.size());
+    points[i] += shift * (rest * rest);
+  }
+  return hit.root;
+}
+
 }  // namespace
 
 float GuideTube::radiusAt(float t) const {
@@ -103,11 +122,11 @@ FollowedCurve followedCurve(const GuideRecord& parent, std::size_t pointCount) {
   return curve;
 }
 
-void poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCurve& curve,
+bool poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCurve& curve,
                const ScalpMesh* scalp) {
   const std::size_t n = curve.points.size();
-  if (n < 2) return;
-  child.points.resize(n);
+  if (n < 2) return false;
+  std::vector<Vec3f> points(n);
   for (std::size_t i = 0; i < n; ++i) {
     const float t = shareAt(i, n);
     Vec3f offset = i < child.offsets.size() ? child.offsets[i] : Vec3f{};
@@ -115,27 +134,13 @@ void poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCu
     const float radius = parentTube.radiusAt(t);
     offset.x *= radius;
     offset.y *= radius;
-    child.points[i] = curve.points[i] + curve.frames[i].toWorld(offset);
+    points[i] = curve.points[i] + curve.frames[i].toWorld(offset);
   }
-  if (child.frameUpLocal == Vec3f{}) {
-    child.frameUpLocal = curve.frames[0].toLocal(child.frameUp);
-  } else {
-    child.frameUp = curve.frames[0].toWorld(child.frameUpLocal);
-  }
-  if (!scalp || !scalp->hasFace(child.root.face)) return;
-
-  // The surface is at most as far as the old root, which bounds the search.
-  const Vec3f root = child.points[0];
-  SurfaceHit hit =
-      scalp->closestPoint(root, 1.01f * distance(root, scalp->positionAt(child.root)) + 1e-6f);
-  if (hit.root.face < 0) hit = scalp->closestPoint(root);
-  if (hit.root.face < 0) return;
-  const Vec3f shift = hit.position - root;
-  for (std::size_t i = 0; i < n; ++i) {
-    const float rest = 1.0f - shareAt(i, n);
-    child.points[i] += shift * (rest * rest);
-  }
-  child.root = hit.root;
+  const StrandRoot root = drawOntoScalp(points, child.root, scalp);
+  if (!detail::allFinite(points)) return false;
+  child.points = std::move(points);
+  child.root = root;
+  return true;
 }
 
 std::vector<Vec3f> offsetsOf(std::span<const Vec3f> points, const GuideTube& parentTube,

@@ -42,12 +42,11 @@ struct FollowedCurve {
 /// frames of the resampled curve, so that posing and taking offsets are inverses at every count.
 FollowedCurve followedCurve(const GuideRecord& parent, std::size_t pointCount);
 
-/// Sets the child's points from its offsets and its up vector from the parent's frame at the root;
-/// a child whose frameUpLocal is zero keeps its up vector and takes that from it. With a scalp, a
-/// child that is rooted on it is drawn onto the surface: its root goes to the closest surface point
-/// and the shift fades out toward the tip. `curve` has child.pointCount() points; fewer than 2 pose
-/// nothing.
-void poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCurve& curve,
+/// Sets the child's points from its offsets. With a scalp, a child that is rooted on it is drawn
+/// onto the surface: its root goes to the closest surface point and the shift fades out toward the
+/// tip. `curve` has child.pointCount() points; for fewer than 2, or where the child would leave the
+/// range of numbers, it stays as it is and the result is false.
+bool poseChild(GuideRecord& child, const GuideTube& parentTube, const FollowedCurve& curve,
                const ScalpMesh* scalp);
 
 /// The offsets that pose a child of this parent on the points: the inverse of poseChild but for the

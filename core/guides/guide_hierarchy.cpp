@@ -183,29 +183,37 @@ void GuideHierarchy::removeGuides(std::span<const std::uint64_t> ids) {
   removeMarked(marked);
 }
 
-void GuideHierarchy::recomputeOffsets(GuideRecord& guide) {
-  // A child that was read and never posed has its shape in its offsets alone.
-  if (!guide.follows() || guide.points.empty()) return;
-  guide.offsets.clear();
-  guide.frameUpLocal = {};
-  const GuideRecord* parent = findGuide(guide.parent);
-  if (!parent || parent->points.size() < 2 || guide.points.size() < 2) return;
-  const FollowedCurve curve = followedCurve(*parent, guide.points.size());
-  guide.offsets = offsetsOf(guide.points, parent->tube, curve);
-  guide.frameUpLocal = curve.frames[0].toLocal(guide.frameUp);
+std::vector<Vec3f> GuideHierarchy::offsetsUnder(std::uint64_t parent, std::span<const Vec3f> points,
+                                                const char* operation) const {
+  const GuideRecord* leader = findGuide(parent);
+  if (!leader || leader->points.size() < 2 || points.size() < 2) return {};
+  const FollowedCurve curve = followedCurve(*leader, points.size());
+  std::vector<Vec3f> offsets = offsetsOf(points, leader->tube, curve);
+  if (!detail::allFinite(offsets)) {
+    throw std::invalid_argument(std::string(operation) +
+                                ": the points are too far from the parent");
+  }
+  return offsets;
 }
 
 void GuideHierarchy::setPoints(std::uint64_t id, std::vector<Vec3f> points) {
   requireGuide(id, "setPoints");
   detail::requireFinite(points, "setPoints");
   GuideRecord& guide = *guideAt(id);
-  guide.points = std::move(points);
-  guide.rootLocal.clear();
-  recomputeOffsets(guide);
-  for (auto& [name, values] : guide.pointAttributes) {
-    if (values.size() != guide.points.size()) values = resampleByIndex(values, guide.points.size());
+  std::vector<Vec3f> offsets;
+  if (guide.follows()) offsets = offsetsUnder(guide.parent, points, "setPoints");
+  if (points.size() != guide.pointCount()) {
+    std::map<std::string, std::vector<float>> attributes;
+    for (const auto& [name, values] : guide.pointAttributes) {
+      std::vector<float> resampled = resampleByIndex(values, points.size());
+      detail::requireFinite(resampled, "setPoints");
+      if (!resampled.empty()) attributes.emplace(name, std::move(resampled));
+    }
+    guide.pointAttributes = std::move(attributes);
   }
-  std::erase_if(guide.pointAttributes, [](const auto& entry) { return entry.second.empty(); });
+  guide.points = std::move(points);
+  guide.offsets = std::move(offsets);
+  guide.unbind();
 }
 
 void GuideHierarchy::setTube(std::uint64_t id, GuideTube tube) {

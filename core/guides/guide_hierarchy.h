@@ -96,7 +96,7 @@ class GuideHierarchy {
   /// A group goes under a sibling; each guide follows the sibling's guide with the nearest root.
   void demoteGroup(std::uint32_t group, std::uint32_t newParent);
   /// Locked children keep their points, unlocked ones follow again from where they are. Guides
-  /// without a parent stay as they are.
+  /// without a parent stay as they are, and so do those without points, which hold nothing to keep.
   void setLocked(std::span<const std::uint64_t> ids, bool locked);
 
   /// Replaces the guides of a root group on one side of the plane axis = center by mirrored copies
@@ -115,7 +115,8 @@ class GuideHierarchy {
   void renameAttribute(const std::string& from, const std::string& to);
 
   /// Brings all guides up to date after parsing and after any change of the scalp: bound guides
-  /// move with it, unbound ones are bound, children are posed after their parents. Parallel.
+  /// move with it, unbound ones are bound, children are posed after their parents. A guide whose
+  /// new points would be out of the range of numbers stays as it is. Parallel.
   void updateFromScalp(const ScalpMesh* scalp);
   /// The same for the listed guides alone. Unknown IDs are passed over.
   void updateFromScalp(const ScalpMesh* scalp, std::span<const std::uint64_t> ids);
@@ -139,13 +140,27 @@ class GuideHierarchy {
   /// For each guide of `marked` (one flag per guide) its descendants are marked too.
   void markDescendants(std::vector<char>& marked) const;
   void removeMarked(const std::vector<char>& marked);
-  void recomputeOffsets(GuideRecord& guide);
+  /// The offsets that such points have from a parent's curve; none where either is no curve. Throws
+  /// std::invalid_argument where they are out of the range of numbers.
+  std::vector<Vec3f> offsetsUnder(std::uint64_t parent, std::span<const Vec3f> points,
+                                  const char* operation) const;
+  /// Gives each listed guide its parent (0 for none), its lock and the offsets that keep it where
+  /// it is. Throws std::invalid_argument with nothing changed.
+  struct Placement {
+    std::uint32_t index;
+    std::uint64_t parent;
+    bool locked;
+  };
+  void place(std::span<const Placement> placements, const char* operation);
   Guide resolved(const GuideRecord& guide) const;
   template <class Wanted>
   GuideSet resolvedWhere(Wanted wanted) const;
-  std::vector<std::uint64_t> mirrorSources(std::uint32_t group, int axis, float center, int side,
-                                           std::vector<char>& removed) const;
+  /// Removes the groups' guides on the far side with their descendants; returns those on the near
+  /// side per group.
+  std::vector<std::vector<std::uint64_t>> clearFarSide(std::span<const std::uint32_t> groups,
+                                                       int axis, float center, bool fromNegative);
   std::uint64_t addMirrored(const GuideRecord& source, int axis, float center);
+  std::vector<std::uint64_t> mirrorFamilies(int axis, float center, bool fromNegative);
   void updateIndices(const ScalpMesh* scalp, std::vector<std::uint32_t> indices);
   void updateRun(const ScalpMesh* scalp, std::span<const std::uint32_t> run);
   static GuideHierarchy read(std::string_view text);

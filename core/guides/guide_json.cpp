@@ -101,11 +101,13 @@ GuideRecord readGuide(const Json& json) {
   guide.points = readOr(json, "points", detail::readVectors, {});
   if (guide.follows()) {
     guide.offsets = readOr(json, "offsets", detail::readVectors, {});
-    guide.frameUpLocal = {};
+    // One per point: those that are missing are zero.
+    if (!guide.points.empty() && !guide.offsets.empty()) guide.offsets.resize(guide.points.size());
   } else {
     guide.rootLocal = readOr(json, "rootLocal", detail::readVectors, {});
-    if (guide.rootLocal.size() != guide.points.size()) guide.rootLocal.clear();
     guide.frameUpLocal = readOr(json, "frameUpLocal", detail::readVector, guide.frameUpLocal);
+    const bool bound = !guide.rootLocal.empty() && guide.rootLocal.size() == guide.points.size();
+    if (!bound) guide.unbind();
   }
   if (const auto found = json.find("pointAttributes"); found != json.end()) {
     for (const auto& [name, value] : detail::readObject(*found).items()) {
@@ -132,7 +134,7 @@ std::vector<GuideRecord> readGuides(const std::vector<Element>& elements, Read r
       try {
         guides[i] = read(elements[i]);
       } catch (const std::exception& error) {
-        faults[i] = "guides[" + std::to_string(i) + "]: " + jsonMessage(error);
+        faults[i] = jsonMessage(error);
       }
     }
   });

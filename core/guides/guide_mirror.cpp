@@ -41,17 +41,23 @@ void requireMirrorable(const std::vector<GuideRecord>& guides, int axis, float c
 
 }  // namespace
 
-std::vector<std::uint64_t> GuideHierarchy::mirrorSources(std::uint32_t group, int axis,
-                                                         float center, int side,
-                                                         std::vector<char>& removed) const {
-  std::vector<std::uint64_t> sources;
+std::vector<std::vector<std::uint64_t>> GuideHierarchy::clearFarSide(
+    std::span<const std::uint32_t> groups, int axis, float center, bool fromNegative) {
+  std::unordered_map<std::uint32_t, std::size_t> places;
+  for (std::size_t g = 0; g < groups.size(); ++g) places.emplace(groups[g], g);
+  const int side = fromNegative ? -1 : 1;
+  std::vector<std::vector<std::uint64_t>> sources(groups.size());
+  std::vector<char> removed(guides_.size(), 0);
   for (std::size_t i = 0; i < guides_.size(); ++i) {
     const GuideRecord& guide = guides_[i];
-    if (guide.group != group || guide.points.empty()) continue;
+    const auto place = places.find(guide.group);
+    if (place == places.end() || guide.points.empty()) continue;
     const int found = mirrorSide(guide, axis, center);
-    if (found == side) sources.push_back(guide.id);
-    if (found == -side) removed[i] = 1;
+    if (found == side) sources[place->second].push_back(guide.id);
+    removed[i] = found == -side;
   }
+  markDescendants(removed);
+  removeMarked(removed);
   return sources;
 }
 
@@ -79,12 +85,9 @@ std::vector<std::uint64_t> GuideHierarchy::mirrorGroup(std::uint32_t group, int 
   }
   if (axis < 0 || axis > 2) throw std::invalid_argument("mirrorGroup: axis must be 0, 1 or 2");
   requireMirrorable(guides_, axis, center, "mirrorGroup");
-  std::vector<char> removed(guides_.size(), 0);
-  const auto sources = mirrorSources(group, axis, center, fromNegative ? -1 : 1, removed);
-  markDescendants(removed);
-  removeMarked(removed);
+  const auto sources = clearFarSide(std::span(&group, 1), axis, center, fromNegative);
   std::vector<std::uint64_t> copies;
-  for (const std::uint64_t id : sources) {
+  for (const std::uint64_t id : sources[0]) {
     copies.push_back(addMirrored(GuideRecord(*findGuide(id)), axis, center));
   }
   return copies;
@@ -93,34 +96,44 @@ std::vector<std::uint64_t> GuideHierarchy::mirrorGroup(std::uint32_t group, int 
 std::vector<std::uint64_t> GuideHierarchy::mirrorAll(int axis, float center, bool fromNegative) {
   if (axis < 0 || axis > 2) throw std::invalid_argument("mirrorAll: axis must be 0, 1 or 2");
   requireMirrorable(guides_, axis, center, "mirrorAll");
-  std::vector<std::uint64_t> made;
+  // On a copy, since a child may be refused half way.
+  GuideHierarchy mirrored = *this;
+  std::vector<std::uint64_t> made = mirrored.mirrorFamilies(axis, center, fromNegative);
+  *this = std::move(mirrored);
+  return made;
+}
+
+std::vector<std::uint64_t> GuideHierarchy::mirrorFamilies(int axis, float center,
+                                                          bool fromNegative) {
   std::vector<std::uint32_t> roots;
   for (const GuideGroup& group : groups_) {
     if (group.parent == 0) roots.push_back(group.id);
   }
-  for (const std::uint32_t group : roots) {
-    std::vector<char> removed(guides_.size(), 0);
-    const auto sources = mirrorSources(group, axis, center, fromNegative ? -1 : 1, removed);
-    const auto copies = mirrorGroup(group, axis, center, fromNegative);
-    made.insert(made.end(), copies.begin(), copies.end());
-
-    std::unordered_map<std::uint64_t, std::vector<std::uint64_t>> children;
-    for (const GuideRecord& guide : guides_) {
-      if (guide.parent != 0) children[guide.parent].push_back(guide.id);
+  const auto sourcesOfGroups = clearFarSide(roots, axis, center, fromNegative);
+  std::unordered_map<std::uint64_t, std::vector<std::uint64_t>> children;
+  for (const GuideRecord& guide : guides_) {
+    if (guide.parent != 0) children[guide.parent].push_back(guide.id);
+  }
+  // Depth first on a stack of our own: groups may be nested deeper than calls may be.
+  struct Pending {
+    std::uint64_t source;
+    std::uint64_t mirroredParent;
+  };
+  std::vector<Pending> open;
+  const auto pushChildren = [&](std::uint64_t source, std::uint64_t copy) {
+    const auto family = children.find(source);
+    if (family == children.end()) return;
+    for (auto child = family->second.rbegin(); child != family->second.rend(); ++child) {
+      open.push_back({*child, copy});
     }
-    // Depth first on a stack of our own: groups may be nested deeper than calls may be.
-    struct Pending {
-      std::uint64_t source;
-      std::uint64_t mirroredParent;
-    };
-    std::vector<Pending> open;
-    const auto pushChildren = [&](std::uint64_t source, std::uint64_t copy) {
-      const auto family = children.find(source);
-      if (family == children.end()) return;
-      for (auto child = family->second.rbegin(); child != family->second.rend(); ++child) {
-        open.push_back({*child, copy});
-      }
-    };
+  };
+  std::vector<std::uint64_t> made;
+  for (const std::vector<std::uint64_t>& sources : sourcesOfGroups) {
+    std::vector<std::uint64_t> copies;
+    for (const std::uint64_t id : sources) {
+      copies.push_back(addMirrored(GuideRecord(*findGuide(id)), axis, center));
+    }
+    made.insert(made.end(), copies.begin(), copies.end());
     for (std::size_t i = sources.size(); i-- > 0;) pushChildren(sources[i], copies[i]);
     while (!open.empty()) {
       const Pending next = open.back();

@@ -39,20 +39,25 @@ struct GuideRecord {
   bool locked = false;       // a child that keeps its own points
   StrandRoot root;           // face -1: not bound to the scalp
   GuideTube tube;
-  Vec3f frameUp{1.0f, 0.0f, 0.0f};  // the up vector of the frames at the root
+  /// The up vector of the frames at the root. A following child keeps the one that it was made with
+  /// wherever its parent leads it.
+  Vec3f frameUp{1.0f, 0.0f, 0.0f};
   std::map<std::string, float> attributes;
   std::map<std::string, std::vector<float>> pointAttributes;  // pointCount() values each
   std::vector<Vec3f> points;                                  // root first
-  std::vector<Vec3f> rootLocal;  // the points in the surface frame at the root, or empty
-  /// frameUp in the surface frame. Of a following child, (side, up, tangent) in the parent's frame
-  /// at its root, so that the frames turn with it; zero where that is yet to be taken.
-  Vec3f frameUpLocal{1.0f, 0.0f, 0.0f};
-  std::vector<Vec3f> offsets;  // of a following child: side, up, tangent per point
+  std::vector<Vec3f> rootLocal;          // the points in the surface frame at the root, or empty
+  Vec3f frameUpLocal{1.0f, 0.0f, 0.0f};  // frameUp in that frame; as here where rootLocal is empty
+  std::vector<Vec3f> offsets;            // of a following child: side, up, tangent per point
 
   /// Whether the points come from the parent's curve and the offsets.
   bool follows() const { return parent != 0 && !locked; }
   /// Of a child that was read and not posed yet, the number of its offsets.
   std::size_t pointCount() const { return points.empty() ? offsets.size() : points.size(); }
+  /// Forgets the place on the surface, which the next update from a scalp takes anew.
+  void unbind() {
+    rootLocal.clear();
+    frameUpLocal = {1.0f, 0.0f, 0.0f};
+  }
   bool operator==(const GuideRecord&) const = default;
 };
 

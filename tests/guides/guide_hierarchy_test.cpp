@@ -322,34 +322,65 @@ TEST(GuideHierarchy, ReadsGuidesByLevelAndByGroup) {
             hierarchy.guidesOfGroup(top));
 }
 
-TEST(GuideHierarchy, TheHashSeesEveryField) {
-  const GuideHierarchy start = makeFamily(1);
-  const std::uint64_t id = start.guides()[0].id, child = start.guidesAtLevel(1).guides[0].id;
-  const std::function<void(GuideHierarchy&)> edits[] = {
-      [&](auto& h) { h.renameGroup(h.groups()[0].id, "tops"); },
-      [&](auto& h) { h.addGroup("new", 0); },
-      [&](auto& h) { h.setAttribute(id, "a", 0); },
-      [&](auto& h) { h.setPointAttribute(id, "a", std::vector<float>(9, 0.0f)); },
-      [&](auto& h) {
-        h.setTube(id, {{0.5f, 0.8f}, 0.4f});
-      },
-      [&](auto& h) {
-        h.setTube(id, {{0.5f, 0.8f, 0.3f}, 0.5f});
-      },
-      [&](auto& h) { h.setPoints(id, windingCurve({}, 9)); },
-      [&](auto& h) { h.setLocked(Ids{child}, true); },
-      [&](auto& h) { h.promoteGroup(h.groups()[1].id); },
-      [&](auto& h) { h.removeGuides(Ids{child}); },
-      [&](auto& h) {
-        const ScalpMesh scalp = test::makeGrid(4, 8.0f);
-        h.updateFromScalp(&scalp);
-      },
+/// Offsets are lengths over radii: under a parent without a radius a far child has none.
+TEST(GuideHierarchy, RefusesOffsetsOutOfRangeAndChangesNothing) {
+  GuideHierarchy hierarchy;
+  const std::uint32_t top = hierarchy.addGroup("top", 0), low = hierarchy.addGroup("low", top);
+  const std::uint32_t lowest = hierarchy.addGroup("lowest", low);
+  const std::uint32_t loose = hierarchy.addGroup("loose", 0);
+  const std::vector<Vec3f> near = windingCurve({1, 0, 0}, 4), far{{1e33f, 0, 0}, {1e33f, 1, 0}};
+  const std::uint64_t thin = hierarchy.addGuide(top, near, {{0.0f}, 0.0f});
+  const std::uint64_t wide = hierarchy.addGuide(top, near, {{4.0f}, 0.0f});
+  const std::uint64_t child = hierarchy.addChildGuide(low, thin, near, GuideTube{{4.0f}, 0.0f});
+  const std::uint64_t lost = hierarchy.addChildGuide(low, wide, far);
+  const std::uint64_t held = hierarchy.addChildGuide(low, thin, near);
+  hierarchy.addChildGuide(lowest, child, far);
+  const std::uint64_t calm = hierarchy.addChildGuide(low, wide, near);
+  hierarchy.setLocked(Ids{held, calm}, true);
+  hierarchy.setPoints(held, far);
+  hierarchy.setPointAttribute(held, "w", {-3e38f, 3e38f});
+  hierarchy.addGuide(loose, far);
+  const auto generated = [](float rootSpread, float tipSpread, float tubeScale) {
+    ChildSettings settings;
+    settings.rootSpread = rootSpread;
+    settings.tipSpread = tipSpread;
+    settings.tubeScale = tubeScale;
+    return settings;
   };
-  std::unordered_set<std::uint64_t> seen{start.contentHash()};
-  for (const auto& edit : edits) {
-    GuideHierarchy changed = start;
-    edit(changed);
-    EXPECT_TRUE(seen.insert(changed.contentHash()).second) << seen.size();
+  const struct {
+    std::string message;
+    std::function<void(GuideHierarchy&)> edit;
+  } cases[] = {
+      {"setPoints: the points are too far from the parent",
+       [&](auto& h) { h.setPoints(child, far); }},
+      {"setPoints: the values must be finite numbers", [&](auto& h) { h.setPoints(held, near); }},
+      {"addChildGuide: the points are too far from the parent",
+       [&](auto& h) { h.addChildGuide(low, thin, far); }},
+      {"reparent: the points are too far from the parent",
+       [&](auto& h) {
+         h.reparent(Ids{child, lost}, thin);
+       }},
+      {"promoteGroup: the points are too far from the parent",
+       [&](auto& h) { h.promoteGroup(lowest); }},
+      {"demoteGroup: the points are too far from the parent",
+       [&](auto& h) { h.demoteGroup(loose, top); }},
+      {"setLocked: the points are too far from the parent",
+       [&](auto& h) {
+         h.setLocked(Ids{calm, held}, false);
+       }},
+      {"addChildGuide: the points are too far from the parent",
+       [&](auto& h) { h.mirrorAll(0, 0.0f, false); }},
+      {"generateChildren: the values must be finite numbers",
+       [&](auto& h) { h.generateChildren(top, "low", generated(1, 1, 3e38f)); }},
+      {"generateChildren: the points must be finite numbers",
+       [&](auto& h) { h.generateChildren(top, "low", generated(-3e38f, 3e38f, 1)); }},
+      {"generateChildren: the children are too far from the parent",
+       [&](auto& h) { h.generateChildren(top, "new", generated(3e38f, 3e38f, 1)); }},
+  };
+  const std::string before = hierarchy.toJson();
+  for (const auto& [message, edit] : cases) {
+    EXPECT_EQ(test::thrownBy<std::invalid_argument>([&] { edit(hierarchy); }), message);
+    EXPECT_EQ(hierarchy.toJson(), before) << message;
   }
 }
 

@@ -101,6 +101,36 @@ TEST(GuideMirror, OfAllFamiliesThereAndBackChangesNothingButIds) {
   }
 }
 
+TEST(GuideMirror, TakesTheRootGroupsInTurnEachWithItsFamilies) {
+  GuideHierarchy hierarchy;
+  std::vector<std::uint64_t> kept;
+  for (const char* name : {"a", "b"}) {
+    const std::uint32_t top = hierarchy.addGroup(name, 0);
+    const std::uint32_t low = hierarchy.addGroup(std::string(name) + " low", top);
+    for (const float x : {-2.0f, 2.0f, 4.0f}) {
+      const std::uint64_t guide = hierarchy.addGuide(top, windingCurve({x, 0, 0}, 4));
+      const std::uint64_t child = hierarchy.addChildGuide(low, guide, windingCurve({x, 1, 0}, 4));
+      if (x > 0) kept.insert(kept.end(), {guide, child});
+    }
+  }
+  const std::vector<std::uint64_t> made = hierarchy.mirrorAll(0, 0.0f, false);
+  std::vector<std::uint64_t> ids;
+  for (const GuideRecord& guide : hierarchy.guides()) ids.push_back(guide.id);
+  std::vector<std::uint64_t> wanted = kept;
+  wanted.insert(wanted.end(), {13, 14, 15, 16, 17, 18, 19, 20});
+  EXPECT_EQ(ids, wanted);
+  // Per group the copies of its own guides, then their children.
+  EXPECT_EQ(made, (std::vector<std::uint64_t>{13, 14, 15, 16, 17, 18, 19, 20}));
+  std::string places;
+  for (const std::uint64_t id : made) {
+    const GuideRecord& guide = *hierarchy.findGuide(id);
+    places += hierarchy.findGroup(guide.group)->name + std::to_string(guide.points[0].x) + ",";
+  }
+  EXPECT_EQ(places,
+            "a-2.000000,a-4.000000,a low-2.000000,a low-4.000000,"
+            "b-2.000000,b-4.000000,b low-2.000000,b low-4.000000,");
+}
+
 TEST(GuideMirror, GoesDownAVeryDeepTree) {
   GuideHierarchy hierarchy;
   std::uint32_t group = hierarchy.addGroup("0", 0);
