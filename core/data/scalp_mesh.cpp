@@ -220,8 +220,12 @@ Vec3f ScalpMesh::restPositionAt(StrandRoot root, Vec3f fallback) const {
 
 Vec4f ScalpMesh::colorAt(std::string_view name, StrandRoot root) const {
   const auto found = colorSets().find(name);
-  if (found == colorSets().end() || !hasFace(root.face)) return {};
-  const Vec4f* c = found->second.data() + 3 * static_cast<std::size_t>(root.face);
+  return found == colorSets().end() ? Vec4f{} : colorAt(found->second, root);
+}
+
+Vec4f ScalpMesh::colorAt(const std::vector<Vec4f>& colorSet, StrandRoot root) const {
+  if (!hasFace(root.face)) return {};
+  const Vec4f* c = colorSet.data() + 3 * static_cast<std::size_t>(root.face);
   const float w = 1.0f - root.u - root.v;
   return {w * c[0].x + root.u * c[1].x + root.v * c[2].x,
           w * c[0].y + root.u * c[1].y + root.v * c[2].y,

@@ -91,6 +91,8 @@ class ScalpMesh {
             w * uv[0].y + root.u * uv[1].y + root.v * uv[2].y};
   }
   Vec4f colorAt(std::string_view name, StrandRoot root) const;
+  /// The same of a set of colorSets() that is looked up once for many roots.
+  Vec4f colorAt(const std::vector<Vec4f>& colorSet, StrandRoot root) const;
   /// The tangent runs along the triangle's first edge (the second where that has no length). Zeros
   /// for an invalid root.
   SurfaceFrame frameAt(StrandRoot root) const;

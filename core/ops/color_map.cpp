@@ -3,11 +3,13 @@
 
 #include "core/ops/color_map.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/base/errors.h"
 #include "core/base/hash.h"
 #include "core/graph/map_files.h"
+#include "core/guides/guide_hierarchy.h"
 
 namespace kestrane {
 
@@ -37,16 +39,16 @@ class PaintedColorMap final : public ColorMap {
 
 class ColorSetMap final : public ColorMap {
  public:
-  ColorSetMap(std::string name, ScalpMeshPtr surface)
-      : name_(std::move(name)), surface_(std::move(surface)) {}
+  ColorSetMap(const std::vector<Vec4f>& colors, ScalpMeshPtr surface)
+      : colors_(colors), surface_(std::move(surface)) {}
 
   Vec3f at(StrandRoot root) const override {
-    const Vec4f color = surface_->colorAt(name_, root);
+    const Vec4f color = surface_->colorAt(colors_, root);
     return {color.x, color.y, color.z};
   }
 
  private:
-  std::string name_;
+  const std::vector<Vec4f>& colors_;  // of the surface
   ScalpMeshPtr surface_;
 };
 
@@ -66,15 +68,25 @@ class ImageColorMap final : public ColorMap {
   ScalpMeshPtr surface_;
 };
 
-/// Whether any guide of the scene carries a layer of the name.
+template <class Guides>
+bool anyHasLayer(const Guides& guides, const std::string& name) {
+  return std::any_of(guides.begin(), guides.end(), [&](const auto& guide) {
+    return guide.attributes.contains(name) || guide.pointAttributes.contains(name);
+  });
+}
+
+template <class T>
+std::shared_ptr<const T> sceneValue(const EvalContext& context, const char* input) {
+  const SceneInput* found = context.scene ? context.scene->find(input) : nullptr;
+  return found ? valueAs<T>(found->value) : nullptr;
+}
+
+/// Whether any guide of the scene, of whichever level, carries a layer of the name.
 bool isGuideLayer(const std::string& name, const EvalContext& context) {
-  const SceneInput* input = context.scene ? context.scene->find("guides") : nullptr;
-  const GuideSetPtr guides = input ? valueAs<GuideSet>(input->value) : nullptr;
-  if (!guides) return false;
-  for (const Guide& guide : guides->guides) {
-    if (guide.attributes.contains(name) || guide.pointAttributes.contains(name)) return true;
-  }
-  return false;
+  const auto flat = sceneValue<GuideSet>(context, "guides");
+  if (flat && anyHasLayer(flat->guides, name)) return true;
+  const auto hierarchy = sceneValue<GuideHierarchy>(context, "hierarchy");
+  return hierarchy && anyHasLayer(hierarchy->guides(), name);
 }
 
 EvalResources::PaintedMap paintedMap(const std::string& name, const EvalContext& context) {
@@ -96,7 +108,7 @@ std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContex
     return std::make_unique<PaintedColorMap>(std::move(painted.map), surface);
   }
   if (surface && surface->colorSets().contains(name)) {
-    return std::make_unique<ColorSetMap>(name, surface);
+    return std::make_unique<ColorSetMap>(surface->colorSets().find(name)->second, surface);
   }
   if (isMapFile(name, context)) {
     if (!surface || !surface->hasUvs()) throw fail("an image needs a scalp with UVs");

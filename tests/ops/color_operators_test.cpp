@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "core/guides/guide_hierarchy.h"
 #include "core/ops/melanin.h"
 #include "core/ops/strand_color.h"
 #include "tests/ops/ops_fixtures.h"
@@ -141,6 +142,16 @@ TEST(HairColor, NamesWhatIsWrong) {
   op->parameters.set("map", std::string("curliness"));
   fixture.expectError(*op, strands,
                       "map 'curliness': a guide layer reaches the strands through Interpolate (put "
+                      "HairColor after it)");
+  // The scene's flat guides may be those of one level alone.
+  auto hierarchy = std::make_shared<GuideHierarchy>();
+  const std::uint32_t top = hierarchy->addGroup("top", 0);
+  const std::uint64_t guide = hierarchy->addGuide(top, {{0, 0, 0}, {0, 1, 0}});
+  hierarchy->setPointAttribute(guide, "stiffness", {0, 1});
+  fixture.scene.set("hierarchy", {std::shared_ptr<const GuideHierarchy>(hierarchy), 0.0, 1});
+  op->parameters.set("map", std::string("stiffness"));
+  fixture.expectError(*op, strands,
+                      "map 'stiffness': a guide layer reaches the strands through Interpolate (put "
                       "HairColor after it)");
   op->parameters.set("map", std::string("nothing"));
   fixture.expectError(*op, strands,
