@@ -17,6 +17,9 @@ namespace {
 constexpr int piecesPerSegment = 8;
 // A lifted point comes down again when its segment gets its length back; a few rounds settle it.
 constexpr int liftRounds = 3;
+// The share of its height that a strand may lack: between guides that hang free a blend always lies
+// a little lower, as a chord does, and nobody sees skin come nearer there.
+constexpr float freeShare = 0.02f;
 
 struct Rotation {
   float m[9];
@@ -114,21 +117,27 @@ void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
   const std::span<const float> wanted = wantedHeights(strand);
   ClearanceField::Sample sample;
   bool lifted = false;
+  float atLeast = 0.0f;      // the height that the last point's leaves no way below
   Vec3f before = points[0];  // the last point as it came
   for (std::size_t k = 1; k < count; ++k) {
     const Vec3f aim = points[k];
+    const float segment = distance(before, aim);
+    before = aim;
     // From the first lift on the strand is walked: each segment keeps its length and heads for
     // where its end was.
-    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * distance(before, aim);
+    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * segment;
+    atLeast -= segment;
     for (int round = 0; round < liftRounds; ++round) {
-      if (!field.find(points[k], sample)) break;
+      if (!field.find(points[k], sample, atLeast)) break;
+      atLeast = std::abs(sample.height());
       const float sunk = wanted[k] - sample.height();
-      if (!(sunk > sample.tolerance())) break;
-      const Vec3f raised = points[k] + sample.up() * sunk;
-      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * distance(before, aim);
+      const float free = sample.tolerance() + freeShare * wanted[k];
+      if (!(sunk > free)) break;
+      const Vec3f from = points[k], raised = from + sample.up() * sunk;
+      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * segment;
       lifted = true;
+      atLeast -= distance(points[k], from);
     }
-    before = aim;
   }
 }
 
