@@ -223,6 +223,13 @@ TEST(ExpressionBlocks, OfOneStrandMayHoldItsValuesOnce) {
     expectSameBits(expression, block);
     if (HasFatalFailure()) return;
   }
+  // One place for all that only some have, and a place for each that all have.
+  const Expression reader = compiled("map('m')");
+  block.hasLocations = elements.located.data();
+  expectSameBits(reader, block);
+  block.locations = elements.locations.data();
+  block.hasLocations = true;
+  expectSameBits(reader, block);
   // Past the end of a channel, and without places or channels at all.
   block.points = {980, 1, nullptr};
   block.hasLocations = false;
