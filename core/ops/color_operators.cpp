@@ -220,7 +220,9 @@ class HairColorOp final : public StrandOperator {
     const Array<float>* clumps = in.strandChannel(parameters.text("clumpChannel"));
     const float clumpShare = clumps ? number("clumpShare") : 0.0f;
 
-    const bool tips = !(tipField.isConstant() && tipField.constant() <= 0.0f);
+    // Tips are RGB, which the pigment alone leaves out.
+    const bool tips =
+        source != "melanin" && !(tipField.isConstant() && tipField.constant() <= 0.0f);
     const bool dyes = dye != Vec3f{1.0f, 1.0f, 1.0f};
     // Whether the look is more than pigment and dye: then an RGB colour is written beside them.
     const bool byRgb = map || hueRandom > 0.0f || saturationRandom > 0.0f || tips ||
@@ -266,12 +268,12 @@ class HairColorOp final : public StrandOperator {
           red = 0.0f;
         }
         // A brighter strand is one of less melanin, so that the look stays the pigment's.
-        if (!map) pigment /= std::max(value, 0.05f);
+        const float varied = std::clamp(pigment / std::max(value, 0.05f), 0.0f, 1.0f);
         pigment = std::clamp(pigment, 0.0f, 1.0f);
         red = std::clamp(red, 0.0f, 1.0f);
         const float hue = 0.5f * hueRandom * draw(hueSalt);
         const float saturation = 1.0f + saturationRandom * draw(saturationSalt);
-        melanins[strand] = pigment;
+        melanins[strand] = varied;
         rednesses[strand] = red;
         hues[strand] = hue;
         saturations[strand] = saturation;
@@ -280,8 +282,10 @@ class HairColorOp final : public StrandOperator {
         if (dyes) dyeSpans.set(strand, dye);
         if (!byRgb) continue;
 
-        Vec3f color = melaninColor(melaninConcentration(pigment), red, dye);
-        if (map && !grey) {
+        const Vec3f pigmentColor = melaninColor(melaninConcentration(varied), red, dye);
+        // What a map colours gets its brightness below.
+        Vec3f color = map ? melaninColor(melaninConcentration(pigment), red, dye) : pigmentColor;
+        if (map) {
           const Vec3f painted = map->at(in.roots()[strand]);
           color = multiplies ? Vec3f{color.x * painted.x, color.y * painted.y, color.z * painted.z}
                              : painted;
@@ -299,9 +303,11 @@ class HairColorOp final : public StrandOperator {
         shares.resize(points.size());
         arcShares(points, shares);
         const float* strength = tipStrength.points(strand, points.size());
+        const float amount = dyeAmounts[strand];
+        const Vec3f own = lerp(pigmentColor, color, amount);
         for (std::size_t i = 0; i < points.size(); ++i) {
           const float share = std::clamp(strength[i] * tipProfile.evaluate(shares[i]), 0.0f, 1.0f);
-          pointColors.set(in.offsets()[strand] + i, lerp(color, tipColor, share));
+          pointColors.set(in.offsets()[strand] + i, lerp(own, tipColor, share * amount));
         }
       }
     });
@@ -459,12 +465,13 @@ class BandsOp final : public StrandOperator {
         const float stretch = 1.0f + widthRandom * signedDraw(id, seed ^ bandWidthSalt);
         for (std::size_t i = 0; i < points.size(); ++i) {
           const std::size_t point = first + i;
-          const float ownMelanin = pointMelaninIn ? (*pointMelaninIn)[point]
-                                   : melaninIn    ? (*melaninIn)[strand]
-                                                  : 0.5f;
-          const float ownRedness = pointRednessIn ? (*pointRednessIn)[point]
-                                   : rednessIn    ? (*rednessIn)[strand]
-                                                  : 0.2f;
+          // Undercoat is in the plain colour: without what varies along the strand.
+          const float ownMelanin = guard && pointMelaninIn ? (*pointMelaninIn)[point]
+                                   : melaninIn             ? (*melaninIn)[strand]
+                                                           : 0.5f;
+          const float ownRedness = guard && pointRednessIn ? (*pointRednessIn)[point]
+                                   : rednessIn             ? (*rednessIn)[strand]
+                                                           : 0.2f;
           float share = 0.0f;
           if (guard) {
             const float place = shares[i] / stretch * count + offset;
@@ -475,7 +482,6 @@ class BandsOp final : public StrandOperator {
           if (!byRgb) continue;
           Vec3f own = before.at(strand, point);
           if (!guard) {
-            // Undercoat is in the plain colour: without what was painted along the strand.
             own = before.strandAt(strand);
             own = {own.x * undercoatDye.x, own.y * undercoatDye.y, own.z * undercoatDye.z};
           }
@@ -492,8 +498,7 @@ class BandsOp final : public StrandOperator {
   /// root band does not come in again at the tip.
   static float phase(float place, float count) {
     if (count <= 1.0f) return std::clamp(place, 0.0f, 1.0f);
-    const float whole = std::floor(place);
-    return place >= count ? 1.0f : place - whole;
+    return place == count ? 1.0f : place - std::floor(place);
   }
 
   /// The length that a share of the strands reach.

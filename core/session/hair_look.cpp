@@ -32,6 +32,12 @@ bool colorsByRgb(const ParamSet& parameters) {
          isUsed(parameters, "tipStrength");
 }
 
+/// Whether Bands tint what they colour, which pigment cannot.
+bool tints(const ParamSet& parameters) {
+  constexpr Vec3f white{1.0f, 1.0f, 1.0f};
+  return parameters.vec3("dye") != white || parameters.vec3("undercoatDye") != white;
+}
+
 bool isColorNode(const Operator& op) {
   return op.category() == "color" && op.type() != "RenderData";
 }
@@ -58,6 +64,8 @@ HairLook hairLookOf(GraphDocument& document, bool viewport) {
           }
           look.colorsByRgb |= colorsByRgb(parameters);
           look.bySource |= parameters.text("colorSource") != "auto";
+        } else if (op.type() == "Bands") {
+          look.colorsByRgb |= tints(parameters);
         } else if (op.type() == "RenderData" && look.renderData.empty()) {
           look.renderData = name;
           look.renderDataParams = valuesOf(parameters);

@@ -34,6 +34,13 @@ class TwoInputs final : public DeclaredOperator {
   }
 };
 
+std::string bands(const std::string& params) {
+  return R"({"nodes":[{"name":"grow","type":"TestGrow"},{"name":"bands","type":"Bands","params":)" +
+         params + R"(},{"name":"output","type":"Output"}],
+    "connections":[{"from":"grow","to":"bands","input":"strands"},
+    {"from":"bands","to":"output","input":"strands"}],"output":"output"})";
+}
+
 /// grow > dark > light > shine > output.
 std::string colored(const std::string& dark, const std::string& light,
                     const std::string& more = "") {
@@ -96,6 +103,10 @@ TEST_F(Look, TellsPigmentFromRgb) {
     EXPECT_EQ(look.colorsByRgb, c.byRgb) << c.params;
     EXPECT_EQ(look.bySource, c.bySource) << c.params;
   }
+  // Bands of pigment are pigment; tints are more.
+  EXPECT_FALSE(lookOf(bands("{}")).colorsByRgb);
+  EXPECT_TRUE(lookOf(bands(R"({"dye":[1,0.5,1]})")).colorsByRgb);
+  EXPECT_TRUE(lookOf(bands(R"({"undercoatDye":[1,0.5,1]})")).colorsByRgb);
 }
 
 TEST_F(Look, JsonKeysInOrder) {
