@@ -4,13 +4,19 @@
 #include "core/base/json.h"
 
 #include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
 
 #include "core/base/errors.h"
 
 namespace kestrane {
 
-Json parseJson(std::string_view text) {
-  // Found by one scan, since the parser's own depth callback is slow on long arrays.
+namespace {
+
+/// How deep objects and arrays are nested. Found by one scan, so that the parser never descends
+/// into what is refused.
+int nestingOf(std::string_view text) {
   int open = 0, deepest = 0;
   bool quoted = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -26,15 +32,84 @@ Json parseJson(std::string_view text) {
       --open;
     }
   }
-  if (deepest > deepestJson) {
-    throw std::runtime_error("the JSON is nested deeper than " + std::to_string(deepestJson) +
-                             " levels");
+  return deepest;
+}
+
+/// Builds the tree from the parser's events, because a tree alone no longer tells how a number was
+/// spelled.
+class TreeBuilder final : public nlohmann::json_sax<Json> {
+ public:
+  Json root;
+
+  bool null() override { return put(nullptr); }
+  bool boolean(bool value) override { return put(value); }
+  bool number_integer(std::int64_t value) override { return put(value); }
+  bool number_unsigned(std::uint64_t value) override { return put(value); }
+  bool number_float(double value, const std::string& token) override {
+    const bool isParam = !open_.empty() && open_.back().isParams;
+    if (isParam && token.find_first_of(".eE") == std::string::npos) {
+      throw GraphError("param '" + key_ + "' is out of range for an integer");
+    }
+    return put(value);
   }
-  try {
-    return Json::parse(text.begin(), text.end());
-  } catch (const Json::exception& error) {
+  bool string(std::string& value) override { return put(std::move(value)); }
+  bool binary(Json::binary_t&) override { return false; }  // no text holds any
+  bool start_object(std::size_t) override { return open(Json::object()); }
+  bool key(std::string& name) override {
+    key_ = std::move(name);
+    return true;
+  }
+  bool end_object() override { return close(); }
+  bool start_array(std::size_t) override { return open(Json::array()); }
+  bool end_array() override { return close(); }
+  bool parse_error(std::size_t, const std::string&, const Json::exception& error) override {
     throw std::runtime_error(jsonMessage(error));
   }
+
+ private:
+  /// An object or array that is not closed yet; its parents do not change meanwhile, so it stays in
+  /// its place.
+  struct Open {
+    Json* value;
+    bool isParams;
+  };
+
+  bool put(Json value) {
+    place(std::move(value));
+    return true;
+  }
+  bool open(Json value) {
+    const bool isParams = !open_.empty() && open_.back().value->is_object() && key_ == "params";
+    const bool isObject = value.is_object();
+    open_.push_back({&place(std::move(value)), isParams && isObject});
+    return true;
+  }
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+  Json& place(Json&& value) {
+    if (open_.empty()) return root = std::move(value);
+    Json& holder = *open_.back().value;
+    if (holder.is_object()) return holder[std::move(key_)] = std::move(value);
+    holder.push_back(std::move(value));
+    return holder.back();
+  }
+
+  std::vector<Open> open_;
+  std::string key_;  // of the value that comes next
+};
+
+}  // namespace
+
+Json parseJson(std::string_view text, int deepest) {
+  if (nestingOf(text) > deepest) {
+    throw std::runtime_error("the JSON is nested deeper than " + std::to_string(deepest) +
+                             " levels");
+  }
+  TreeBuilder builder;
+  Json::sax_parse(text.begin(), text.end(), &builder);
+  return std::move(builder.root);
 }
 
 std::string jsonMessage(const std::exception& error) {
@@ -59,21 +134,22 @@ void checkVersion(const Json& document, std::string_view kind, std::int64_t curr
   if (!document.is_object()) throw SchemaError(name + " must be a JSON object");
   const auto found = document.find("version");
   if (found == document.end()) return;
-  if (!found->is_number_integer()) {
-    throw SchemaError(name + " version " +
-                      found->dump(-1, ' ', false, Json::error_handler_t::replace) +
-                      " is not a whole number");
+  const std::string shown = found->dump(-1, ' ', false, Json::error_handler_t::replace);
+  // What is too large for the signed range, and then perhaps read as a float, still has its order.
+  const double size = found->is_number() ? found->get<double>() : 0.0;
+  const bool isHuge = std::abs(size) >= 9223372036854775808.0;
+  if (!found->is_number_integer() && !isHuge) {
+    throw SchemaError(name + " version " + shown + " is not a whole number");
   }
-  // A number above the signed range is newer than anything.
-  const bool huge = found->is_number_unsigned() && found->get<std::uint64_t>() > INT64_MAX;
-  const std::int64_t version = huge ? INT64_MAX : found->get<std::int64_t>();
+  const std::int64_t version = !isHuge      ? found->get<std::int64_t>()
+                               : size > 0.0 ? INT64_MAX
+                                            : INT64_MIN;
   if (version > current) {
-    throw SchemaError(name + " version " + found->dump() +
-                      " is newer than this Kestrane supports (" + std::to_string(current) +
-                      "); update Kestrane to open it");
+    throw SchemaError(name + " version " + shown + " is newer than this Kestrane supports (" +
+                      std::to_string(current) + "); update Kestrane to open it");
   }
   if (version < 1) {
-    throw SchemaError(name + " version " + std::to_string(version) + " is not valid");
+    throw SchemaError(name + " version " + shown + " is not valid");
   }
   if (version < oldest) {
     throw SchemaError(name + " version " + std::to_string(version) +

@@ -328,7 +328,7 @@ class GroomReader {
 GroomDocument parseGroomFile(std::string_view text) {
   if (const auto cuts = cutGroomText(text)) {
     try {
-      const Json rest = parseJson(cuts->rest);
+      const Json rest = parseJson(cuts->rest, deepestHolder);
       return GroomReader(rest, &*cuts).read();
     } catch (const std::exception&) {
       // What is wrong is said by the plain way, which sees the text as it is.
@@ -336,7 +336,7 @@ GroomDocument parseGroomFile(std::string_view text) {
   }
   Json root;
   try {
-    root = parseJson(text);
+    root = parseJson(text, deepestHolder);
   } catch (const std::exception& error) {
     throw GroomFileError(std::string("groom file: invalid JSON: ") + error.what());
   }

@@ -44,6 +44,42 @@ TEST(Json, RefusesDeepNestingAndNothingShallower) {
   EXPECT_NO_THROW(parseJson("[" + std::string(1000, ' ') + "[],[],[[]],{}]"));
 }
 
+TEST(Json, AHolderMayNestDeeperThanWhatItHolds) {
+  const std::string whole = "{\"graph\": " + nested(256) + "}";
+  EXPECT_THROW(parseJson(whole), std::runtime_error);
+  EXPECT_NO_THROW(parseJson(whole, deepestHolder));
+  EXPECT_EQ(messageOf<std::runtime_error>([] { parseJson(nested(265), deepestHolder); }),
+            "the JSON is nested deeper than 264 levels");
+}
+
+TEST(Json, ParametersAreWholeNumbersOf64BitsOrFloats) {
+  const auto read = [](const std::string& value) {
+    return messageOf<GraphError>(
+        [&] { parseJson("{\"nodes\": [{\"params\": {\"a\": [1], \"seed\": " + value + "}}]}"); });
+  };
+  const std::string refused = "param 'seed' is out of range for an integer";
+  const std::string fine = "nothing was thrown";
+  EXPECT_EQ(read("18446744073709551616"), refused);
+  EXPECT_EQ(read("-9223372036854775809"), refused);
+  EXPECT_EQ(read("18446744073709551616.0"), fine);
+  EXPECT_EQ(read("1e30"), fine);
+  EXPECT_EQ(read("[18446744073709551616, 0, 0]"), fine) << "a vector's numbers are floats anyhow";
+  EXPECT_EQ(read("{\"min\": 18446744073709551616}"), fine);
+  EXPECT_EQ(parseJson("{\"a\": 18446744073709551616}").dump(), "{\"a\":1.8446744073709552e+19}");
+}
+
+TEST(Json, ReadsWhatTheLibraryReads) {
+  const char* texts[] = {"7",
+                         "null",
+                         "[]",
+                         "{}",
+                         "[[], {}, [{}]]",
+                         "{\"a\": {\"b\": [1, {\"c\": null}], \"d\": 2}}",
+                         "{\"a\": 1, \"b\": 2, \"a\": [3]}",
+                         "[true, -1, 18446744073709551615, 0.1, \"\\u00e9\"]"};
+  for (const char* text : texts) EXPECT_EQ(parseJson(text), Json::parse(text)) << text;
+}
+
 TEST(Json, KeepsTheOrderOfKeys) {
   EXPECT_EQ(parseJson(" \t\r\n{\"z\": 1, \"a\": 2}\n").dump(), "{\"z\":1,\"a\":2}");
 }
@@ -74,6 +110,11 @@ TEST(Json, VersionsAreCheckedInWords) {
       {"{\"version\": 18446744073709551615}",
        "graph version 18446744073709551615 is newer than this Kestrane supports (3); update "
        "Kestrane to open it"},
+      {"{\"version\": 18446744073709551616}",
+       "graph version 1.8446744073709552e+19 is newer than this Kestrane supports (3); update "
+       "Kestrane to open it"},
+      {"{\"version\": -18446744073709551616}",
+       "graph version -1.8446744073709552e+19 is not valid"},
       {"{\"version\": 0}", "graph version 0 is not valid"},
       {"{\"version\": -1}", "graph version -1 is not valid"},
       {"{\"version\": 1}", "graph version 1 is older than this Kestrane reads (2)"},
