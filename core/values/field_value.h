@@ -31,7 +31,8 @@ class FieldValue {
   virtual float valueAt(const FieldSample& sample) const = 0;
   /// The value if it does not vary.
   virtual std::optional<float> constant() const { return std::nullopt; }
-  /// Whether the value at a strand depends on that strand's own data (its points, its channels).
+  /// Whether the value at a strand depends on the strands (their points, channels, number), not
+  /// only on where the strand is rooted. The change of one may then change the value at others.
   virtual bool dependsOnStrand() const { return true; }
   /// A hash of what it reads from the context.
   virtual std::uint64_t contextKey(const EvalContext&) const { return 0; }
@@ -39,7 +40,7 @@ class FieldValue {
   virtual void prepare(const EvalContext&) const {}
   virtual std::uint64_t cacheKey() const { return 0; }
   virtual bool isTimeVarying() const { return false; }
-  bool isConstant() const { return constant().has_value(); }
+  virtual bool isConstant() const { return constant().has_value(); }
   /// Whether it varies along a strand.
   virtual bool usesPoints() const { return false; }
 };

@@ -3,6 +3,9 @@
 
 #pragma once
 
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <string>
 
 #include "core/base/vec.h"
@@ -38,13 +41,25 @@ inline float componentOf(Vec4f color, MapComponent component) {
   return 0.2126f * color.x + 0.7152f * color.y + 0.0722f * color.z;
 }
 
-/// A parameter's binding to a map. A sample s becomes min + (max - min) s, which is no clamp.
+/// A parameter's binding to a map.
 struct MapRef {
   MapSource source = MapSource::texture;
   std::string text;  // the file, set, channel, formula or layer
   MapComponent component = MapComponent::luminance;
   float min = 0.0f;
   float max = 1.0f;
+
+  /// What a sample s becomes: min + (max - min) s. The range does not clamp it, but it always is a
+  /// finite number.
+  float scaled(float s) const {
+    const float value = min + (max - min) * s;
+    if (std::isfinite(value)) return value;
+    // Doubles hold what overflowed on the way.
+    const double wide = min + (static_cast<double>(max) - min) * s;
+    return std::isnan(wide) ? 0.0f
+                            : static_cast<float>(std::clamp<double>(wide, -FLT_MAX, FLT_MAX));
+  }
+  Vec3f scaled(Vec3f s) const { return {scaled(s.x), scaled(s.y), scaled(s.z)}; }
 
   bool operator==(const MapRef&) const = default;
 };

@@ -29,8 +29,12 @@ std::string shown(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-float readFloat(const std::string& what, const Json& json) {
-  if (!json.is_number()) throw GraphError(what + " must be a number");
+[[noreturn]] void unsupported(const std::string& param) {
+  throw GraphError("unsupported value for param '" + param + "'");
+}
+
+float readFloat(const std::string& param, const std::string& what, const Json& json) {
+  if (!json.is_number()) unsupported(param);
   const double wide = json.get<double>();
   if (!(std::abs(wide) <= FLT_MAX)) throw GraphError(what + " is out of range for a float");
   return static_cast<float>(wide);
@@ -59,14 +63,12 @@ MapRef mapFromJson(const std::string& param, const Json& json) {
     throw GraphError(start +
                      " needs exactly one of texture, colorSet, attribute, expression, guide");
   }
-  if (!text->is_string()) {
-    throw GraphError(start + ": its " + std::string(sourceWord(map.source)) + " must be a string");
-  }
+  if (!text->is_string()) unsupported(param);
   map.text = text->get<std::string>();
 
   // "luminance": true is another way to name the component, which gives way to "component".
   if (const auto found = json.find("luminance"); found != json.end()) {
-    if (!found->is_boolean()) throw GraphError(start + ": luminance must be true or false");
+    if (!found->is_boolean()) unsupported(param);
     map.component = MapComponent::luminance;
   }
   if (const auto found = json.find("component"); found != json.end()) {
@@ -77,10 +79,10 @@ MapRef mapFromJson(const std::string& param, const Json& json) {
     map.component = static_cast<MapComponent>(word - componentWords.begin());
   }
   if (const auto found = json.find("min"); found != json.end()) {
-    map.min = readFloat(start + ": min", *found);
+    map.min = readFloat(param, start + ": min", *found);
   }
   if (const auto found = json.find("max"); found != json.end()) {
-    map.max = readFloat(start + ": max", *found);
+    map.max = readFloat(param, start + ": max", *found);
   }
   return map;
 }
@@ -125,8 +127,10 @@ ParamValue paramValueFromJson(const std::string& param, const Json& json) {
   if (json.is_string()) return json.get<std::string>();
   if (json.is_array()) {
     if (isNumberTriple(json)) {
-      const std::string what = "param '" + param + "'";
-      return Vec3f{readFloat(what, json[0]), readFloat(what, json[1]), readFloat(what, json[2])};
+      const auto read = [&](const Json& number) {
+        return readFloat(param, "param '" + param + "'", number);
+      };
+      return Vec3f{read(json[0]), read(json[1]), read(json[2])};
     }
     // The bare keys of a ramp.
     if (json.empty() || json.front().is_array()) return readRamp(param, json);
@@ -135,7 +139,7 @@ ParamValue paramValueFromJson(const std::string& param, const Json& json) {
     if (json.contains("keys")) return readRamp(param, json);
     return mapFromJson(param, json);
   }
-  throw GraphError("unsupported value for param '" + param + "'");
+  unsupported(param);
 }
 
 Json paramValueToJson(const ParamValue& value) {

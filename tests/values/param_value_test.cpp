@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
+#include <cmath>
 #include <set>
 
 #include "core/base/errors.h"
@@ -88,12 +89,12 @@ TEST(ParamValue, WhatIsNoValueIsToldInASentence) {
       {R"({"texture": "a", "guide": "b"})", source},
       {R"({"texture": "a", "guide": "b", "expression": "c"})", source},
       {R"({"min": 1})", source},
-      {R"({"guide": 3})", "map for param 'p': its guide must be a string"},
+      {R"({"guide": 3})", unsupported},
       {R"({"guide": "g", "component": "x"})", "map for param 'p': unknown component 'x'"},
       {R"({"guide": "g", "component": 2})", "map for param 'p': unknown component '2'"},
-      {R"({"guide": "g", "luminance": "yes"})",
-       "map for param 'p': luminance must be true or false"},
-      {R"({"guide": "g", "min": "0"})", "map for param 'p': min must be a number"},
+      {R"({"guide": "g", "luminance": "yes"})", unsupported},
+      {R"({"guide": "g", "min": "0"})", unsupported},
+      {R"({"guide": "g", "max": null})", unsupported},
       {R"({"guide": "g", "max": -1e300})", "map for param 'p': max is out of range for a float"},
   };
   for (const auto& c : cases) EXPECT_EQ(errorOf(c.text), c.message) << c.text;
@@ -124,6 +125,21 @@ TEST(ParamValue, HashesTellKindsAndContentsApart) {
   for (const char* text : texts) {
     EXPECT_TRUE(seen.insert(hashValue(read(text))).second) << text;
   }
+}
+
+TEST(MapRef, ARangeScalesAndNeverOverflows) {
+  MapRef map;
+  map.min = 0.2f;
+  map.max = 0.9f;
+  EXPECT_EQ(map.scaled(0.3f), 0.2f + (0.9f - 0.2f) * 0.3f);
+  EXPECT_EQ(map.scaled(3.0f), 0.2f + (0.9f - 0.2f) * 3.0f) << "no clamp";
+  map.min = -3e38f;
+  map.max = 3e38f;
+  EXPECT_EQ(map.scaled(0.0f), -3e38f);
+  EXPECT_EQ(map.scaled(0.5f), 0.0f);
+  EXPECT_EQ(map.scaled(1.0f), 3e38f);
+  EXPECT_EQ(map.scaled(Vec3f{2.0f, -1.0f, 0.5f}), (Vec3f{FLT_MAX, -FLT_MAX, 0.0f}));
+  EXPECT_EQ(map.scaled(std::nanf("")), 0.0f);
 }
 
 }  // namespace
