@@ -19,10 +19,6 @@ constexpr std::uint64_t kinkSalt = 0x4E015E03ull;
 // How far apart strands lie in the noise's space: wide enough that they share nothing.
 constexpr float offsetRange = 512.0f;
 
-std::uint64_t octaveSeed(std::uint64_t seed, int octave) {
-  return mix64(seed ^ noiseSalt) + 3u * static_cast<std::uint64_t>(octave);
-}
-
 /// Gradient noise along a line parallel to X. All that depends on Y and Z is summed once per plane
 /// of the lattice; a point then costs two linear terms and their mix.
 class LineNoise {
@@ -85,6 +81,16 @@ std::int64_t cellOf(float x) {
 
 }  // namespace
 
+std::uint64_t noiseOctaveSeed(std::uint64_t seed, int octave) {
+  // The three components of an octave are three fields.
+  return mix64(seed ^ noiseSalt) + 3u * static_cast<std::uint64_t>(octave);
+}
+
+Vec3f strandNoiseStart(std::uint64_t id, std::uint64_t seed) {
+  const std::uint64_t key = hashCombine(id, seed ^ offsetSalt);
+  return Vec3f{unitFloat(key), unitFloat(mix64(key)), unitFloat(mix64(key + 1))} * offsetRange;
+}
+
 NoiseKernel::NoiseKernel(const NoiseShape& shape) : shape_(shape) {}
 
 std::span<const float> NoiseKernel::measure(std::span<const Vec3f> points) {
@@ -121,13 +127,12 @@ void NoiseKernel::displace(std::uint64_t id, std::span<const Vec3f> points,
 }
 
 void NoiseKernel::addAlongStrand(std::uint64_t id, int octave, float frequency, float amount) {
-  const std::uint64_t key = hashCombine(id, shape_.seed ^ offsetSalt);
-  const float start = offsetRange * unitFloat(key);
+  const Vec3f start = strandNoiseStart(id, shape_.seed);
   if (shape_.kinky) {
     const std::uint64_t kinks =
         hashCombine(hashCombine(id, shape_.seed ^ kinkSalt), static_cast<std::uint64_t>(octave));
     for (std::size_t i = 0; i < shares_.size(); ++i) {
-      const float x = start + shares_[i] * frequency;
+      const float x = start.x + shares_[i] * frequency;
       const std::int64_t cell = cellOf(x);
       const Vec3f a = randomOffset(hashCombine(kinks, static_cast<std::uint64_t>(cell)));
       const Vec3f b = randomOffset(hashCombine(kinks, static_cast<std::uint64_t>(cell + 1)));
@@ -135,16 +140,15 @@ void NoiseKernel::addAlongStrand(std::uint64_t id, int octave, float frequency, 
     }
     return;
   }
-  LineNoise line(offsetRange * unitFloat(mix64(key)), offsetRange * unitFloat(mix64(key + 1)),
-                 octaveSeed(shape_.seed, octave));
+  LineNoise line(start.y, start.z, noiseOctaveSeed(shape_.seed, octave));
   for (std::size_t i = 0; i < shares_.size(); ++i) {
-    noise_[i] += line.at(start + shares_[i] * frequency) * amount;
+    noise_[i] += line.at(start.x + shares_[i] * frequency) * amount;
   }
 }
 
 void NoiseKernel::addInWorld(std::span<const Vec3f> points, int octave, float frequency,
                              float amount) {
-  const std::uint64_t seed = octaveSeed(shape_.seed, octave);
+  const std::uint64_t seed = noiseOctaveSeed(shape_.seed, octave);
   for (std::size_t i = 0; i < points.size(); ++i) {
     const Vec3f p = points[i] * frequency;
     if (!shape_.kinky) {

@@ -20,6 +20,11 @@ struct NoiseShape {
   std::uint64_t seed = 0;
 };
 
+/// Which of the noise's fields an octave reads, and where in it the strand of an ID begins; from
+/// there on its noise runs along X.
+std::uint64_t noiseOctaveSeed(std::uint64_t seed, int octave);
+Vec3f strandNoiseStart(std::uint64_t id, std::uint64_t seed);
+
 /// Displaces strand after strand. Holds buffers, so each thread has its own.
 class NoiseKernel {
  public:

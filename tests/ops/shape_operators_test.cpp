@@ -4,6 +4,8 @@
 #include <limits>
 
 #include "core/data/polyline.h"
+#include "core/expr/noise.h"
+#include "core/ops/noise_kernel.h"
 #include "core/ops/resample_kernel.h"
 #include "tests/ops/ops_fixtures.h"
 
@@ -267,6 +269,64 @@ TEST(Noise, InWorldSpaceIsOneFieldAndAlongStrandsEachItsOwn) {
   const StrandSetPtr shared = fixture.run(*op, twins);
   for (std::size_t k = 0; k < 9; ++k) {
     EXPECT_EQ(shared->strandPoints(0)[k], shared->strandPoints(1)[k]);
+  }
+}
+
+/// The noise alone: what strength 1 adds to a straight strand.
+std::vector<Vec3f> noiseOf(const NoiseShape& shape, std::uint64_t id, std::size_t count,
+                           float size) {
+  const std::vector<Vec3f> line = straight(count, size);
+  std::vector<Vec3f> out(count);
+  NoiseKernel kernel(shape);
+  kernel.measure(line);
+  kernel.displace(id, line, std::vector<float>(count, 1.0f), out);
+  for (std::size_t i = 0; i < count; ++i) out[i] = out[i] - line[i];
+  return out;
+}
+
+TEST(Noise, IsOctavesOfTheVectorNoiseAlongItsLine) {
+  NoiseShape shape;
+  shape.octaves = 3;
+  shape.seed = 9;
+  for (const bool world : {false, true}) {
+    shape.world = world;
+    for (const float frequency : {0.4f, 3.0f, -2.0f}) {
+      shape.frequency = frequency;
+      for (const std::uint64_t id : {7u, 12345u}) {
+        const auto noise = noiseOf(shape, id, 129, 2.0f);
+        const std::vector<Vec3f> line = straight(129, 2.0f);
+        for (std::size_t i = 0; i < 129; ++i) {
+          Vec3f sum;
+          for (int octave = 0; octave < 3; ++octave) {
+            const float fine = frequency * static_cast<float>(1 << octave);
+            const float share = static_cast<float>(i) / 128.0f;
+            const Vec3f at =
+                world ? line[i] * fine : strandNoiseStart(id, 9) + Vec3f{share * fine, 0.0f, 0.0f};
+            sum += vectorNoise(at, noiseOctaveSeed(9, octave)) / static_cast<float>(1 << octave);
+          }
+          EXPECT_LT(distance(noise[i], sum / 1.75f), 1e-4f) << frequency << ' ' << i;
+        }
+      }
+    }
+  }
+}
+
+TEST(Noise, IsStraightBetweenKinks) {
+  NoiseShape shape;
+  shape.octaves = 1;
+  shape.kinky = true;
+  shape.frequency = 5.0f;
+  for (const std::uint64_t id : {3u, 4u, 5u}) {
+    const auto noise = noiseOf(shape, id, 201, 1.0f);
+    int kinks = 0;
+    float farthest = 0.0f;
+    for (std::size_t i = 1; i + 1 < noise.size(); ++i) {
+      kinks += length(noise[i - 1] + noise[i + 1] - noise[i] * 2.0f) > 1e-4f;
+      farthest = std::max(farthest, length(noise[i]));
+    }
+    EXPECT_GE(kinks, 4);
+    EXPECT_LE(kinks, 10);  // a kink between two points bends at both
+    EXPECT_GT(farthest, 0.3f);
   }
 }
 
