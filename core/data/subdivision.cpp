@@ -39,7 +39,7 @@ struct SubdivisionPlan::Data {
   std::vector<Value> refineVertices(std::span<const Value> values) const;
   ScalpMeshPtr fineMesh(const ScalpMesh& mesh) const;
   ScalpMeshPtr fineMeshFor(const ScalpMesh& mesh) const;
-  void requireCage(const ScalpMesh& mesh) const;
+  bool fits(const ScalpMesh& mesh) const;
 };
 
 namespace {
@@ -135,12 +135,10 @@ std::vector<Value> SubdivisionPlan::Data::refineVertices(std::span<const Value> 
   return result;
 }
 
-void SubdivisionPlan::Data::requireCage(const ScalpMesh& mesh) const {
-  const bool same =
-      mesh.points().size() == cagePointCount &&
-      (fromMesh ? mesh.topologyHash()
-                : hashFaces(detail::facesOf(mesh).faces, mesh.points().size())) == cageHash;
-  if (!same) throw std::invalid_argument("SubdivisionPlan: not this plan's cage");
+bool SubdivisionPlan::Data::fits(const ScalpMesh& mesh) const {
+  if (mesh.points().size() != cagePointCount) return false;
+  return cageHash ==
+         (fromMesh ? mesh.topologyHash() : hashFaces(detail::facesOf(mesh).faces, cagePointCount));
 }
 
 /// The plan's cage refined, with the UVs and colours of this mesh.
@@ -185,6 +183,10 @@ std::uint64_t SubdivisionPlan::cageHash() const {
   return data_->cageHash;
 }
 
+bool SubdivisionPlan::fits(const ScalpMesh& mesh) const {
+  return data_->fits(mesh);
+}
+
 const std::vector<SubdivisionStep>& SubdivisionPlan::steps() const {
   return data_->steps;
 }
@@ -224,7 +226,7 @@ std::vector<float> SubdivisionPlan::refineValues(std::span<const float> values, 
 }
 
 ScalpMeshPtr SubdivisionPlan::refineMesh(const ScalpMesh& mesh) const {
-  data_->requireCage(mesh);
+  if (!fits(mesh)) throw std::invalid_argument("SubdivisionPlan: not this plan's cage");
   std::vector<Vec3f> points = refinePoints(mesh.points());
   std::vector<Vec3f> restPoints;
   if (!mesh.restPoints().empty()) restPoints = refinePoints(mesh.restPoints());

@@ -29,6 +29,9 @@ class SubdivisionPlan {
   std::size_t cagePointCount() const;
   int levels() const;
   std::uint64_t cageHash() const;
+  /// Whether refineMesh takes this mesh: as many points as the cage, and its topology. Costs little
+  /// for a plan made of a mesh.
+  bool fits(const ScalpMesh& mesh) const;
   const std::vector<SubdivisionStep>& steps() const;
   const std::vector<ScalpMesh::Triangle>& triangles() const;  // of the finest level
   const std::vector<std::int32_t>& polygons() const;          // two triangles per fine quad
@@ -56,7 +59,7 @@ using SubdivisionPlanPtr = std::shared_ptr<const SubdivisionPlan>;
 
 /// The plan of a polygon cage, any number of corners a face (faces of fewer than 3 are left out).
 /// Throws std::invalid_argument for levels outside 1 to 3, a face that names a missing point, or a
-/// cage whose refinement would need more than a billion weights.
+/// cage whose refinement would need more than 2^28 weights (2 GB).
 SubdivisionPlanPtr makeSubdivisionPlan(std::span<const Vec3f> cagePoints,
                                        std::span<const std::vector<std::int32_t>> cageFaces,
                                        int levels);

@@ -15,7 +15,9 @@ namespace kestrane::detail {
 
 namespace {
 
-constexpr std::uint64_t kMostWeights = 1u << 30;
+/// 2 GB of them: a level that refines 5 million quads, but not the few large polygons whose weights
+/// grow by the square of their corners.
+constexpr std::uint64_t kMostWeights = 1u << 28;
 
 /// Corners sorted by their vertex, in compressed rows.
 struct CornersOfVertices {

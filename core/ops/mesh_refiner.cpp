@@ -27,12 +27,15 @@ ScalpMeshPtr MeshRefiner::refine(const SceneMesh& scene, const std::string& subd
     *this = MeshRefiner();
     return scene.mesh;
   }
+  from_ = scene.levelsFrom;
   if (fine_ && cage_ == scene.mesh && level_ == level) return fine_;
   try {
-    if (!plan_ || level_ != level || plan_->cageHash() != scene.mesh->topologyHash()) {
-      plan_ = makeSubdivisionPlan(*scene.mesh, level);
+    SubdivisionPlanPtr plan = plan_;
+    if (!plan || level_ != level || !plan->fits(*scene.mesh)) {
+      plan = makeSubdivisionPlan(*scene.mesh, level);
     }
-    fine_ = plan_->refineMesh(*scene.mesh);
+    fine_ = plan->refineMesh(*scene.mesh);
+    plan_ = std::move(plan);
   } catch (const std::invalid_argument& error) {
     *this = MeshRefiner();
     throw GraphError(error.what());
@@ -48,7 +51,10 @@ std::string MeshRefiner::note() const {
       cage_->polygons().empty() ? cage_->triangleCount() : cage_->polygons().size();
   return "Catmull-Clark x" + std::to_string(level_) + ": " +
          std::to_string(fine_->triangleCount()) + " triangles from " + std::to_string(faces) +
-         " faces" + (matched_ ? " (match render)" : "");
+         " faces" +
+         (!matched_       ? ""
+          : from_.empty() ? " (match render)"
+                          : " (match render: " + from_ + ")");
 }
 
 }  // namespace kestrane

@@ -344,6 +344,34 @@ TEST(Subdivision, RefusesWhatDoesNotFit) {
   }
 }
 
+TEST(Subdivision, PlanFitsPosesOfItsCageAlone) {
+  const ScalpMesh cage = makeGrid(2);
+  std::vector<Vec3f> points = cage.points();
+  const ScalpMesh bare(points, cage.triangles());
+  const auto plan = makeSubdivisionPlan(cage, 1), barePlan = makeSubdivisionPlan(bare, 1);
+  EXPECT_TRUE(plan->fits(*cage.withPoints(std::vector<Vec3f>(9))));
+  EXPECT_TRUE(barePlan->fits(bare));
+  EXPECT_FALSE(plan->fits(bare));
+  EXPECT_FALSE(plan->fits(makeGrid(3)));
+  // The same triangles, but a vertex more that none of them uses.
+  points.push_back({});
+  EXPECT_FALSE(barePlan->fits(ScalpMesh(points, cage.triangles())));
+}
+
+// Two polygons back to back: every corner's rows hold all corners of both.
+TEST(Subdivision, RefusesPolygonsThatWouldFillTheMemory) {
+  const auto pillow = [](std::int32_t corners) {
+    Faces faces(2);
+    for (std::int32_t i = 0; i < corners; ++i) {
+      faces[0].push_back(i);
+      faces[1].push_back(corners - 1 - i);
+    }
+    return makeSubdivisionPlan(std::vector<Vec3f>(static_cast<std::size_t>(corners)), faces, 1);
+  };
+  EXPECT_EQ(pillow(1000)->steps()[0].offsets.size(), 2003u);
+  EXPECT_THROW(pillow(9000), std::invalid_argument);
+}
+
 TEST(Subdivision, TakesOddCages) {
   constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
   EXPECT_TRUE(makeSubdivisionPlan(ScalpMesh(), 3)->refineMesh(ScalpMesh())->points().empty());
