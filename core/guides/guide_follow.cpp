@@ -74,7 +74,6 @@ void bindToScalp(GuideRecord& unbound, const ScalpMesh& scalp) {
     guide.rootLocal[i] = toSurface(frame, guide.points[i] - start);
   }
   guide.frameUpLocal = toSurface(frame, guide.frameUp);
-  if (!detail::allFinite(guide.rootLocal) || !isFinite(guide.frameUpLocal)) return;
   // Posed by the same arithmetic as at every later update, so that one which finds the scalp where
   // it was changes no bit.
   if (poseFromScalp(guide, scalp)) unbound = std::move(guide);
