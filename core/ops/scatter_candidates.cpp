@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "core/base/hash.h"
 #include "core/base/parallel.h"
@@ -14,6 +15,7 @@ namespace kestrane {
 namespace {
 
 constexpr double mostPerTriangle = 5e7;
+constexpr std::int64_t mostGridBands = 64;
 constexpr std::uint64_t gridJitterSalt = 0x5CA77E201ull;
 
 /// How many candidates a triangle has before thinning: its expected count, the rest of which is
@@ -90,13 +92,73 @@ double previewShare(double share, double expected, std::size_t points, std::uint
   return f < 1.0 ? std::max(f, floor) : 1.0;
 }
 
+namespace {
+
+/// A triangle in UV space, and the cells of a grid that it may cover.
+struct GridTriangle {
+  Vec2f a, b, c;
+  double area = 0.0;  // twice it, signed
+  std::int64_t firstRow = 0, lastRow = -1, firstColumn = 0, lastColumn = -1;
+
+  GridTriangle(const std::vector<Vec2f>& uvs, std::size_t triangle, std::int64_t rows,
+               std::int64_t columns)
+      : a(uvs[3 * triangle]), b(uvs[3 * triangle + 1]), c(uvs[3 * triangle + 2]) {
+    area = product(b, c, a);
+    if (!std::isfinite(area) || area == 0.0) return;
+    cellRange(std::min({a.x, b.x, c.x}), std::max({a.x, b.x, c.x}), columns, firstColumn,
+              lastColumn);
+    cellRange(std::min({a.y, b.y, c.y}), std::max({a.y, b.y, c.y}), rows, firstRow, lastRow);
+  }
+
+  /// Whether the point lies in it; fills the weights of the second and third corner.
+  bool covers(Vec2f p, StrandRoot& root) const {
+    const double u = product(p, c, a) / area, v = product(b, p, a) / area;
+    if (u < 0.0 || v < 0.0 || u + v > 1.0) return false;
+    root.u = static_cast<float>(u);
+    root.v = static_cast<float>(v);
+    return true;
+  }
+
+ private:
+  static double product(Vec2f p, Vec2f q, Vec2f from) {
+    return (static_cast<double>(p.x) - from.x) * (static_cast<double>(q.y) - from.y) -
+           (static_cast<double>(q.x) - from.x) * (static_cast<double>(p.y) - from.y);
+  }
+  static void cellRange(float low, float high, std::int64_t count, std::int64_t& first,
+                        std::int64_t& last) {
+    // A jittered point strays from its cell's middle by half a cell at most.
+    const double scale = static_cast<double>(count);
+    first = static_cast<std::int64_t>(
+        std::clamp(std::floor(static_cast<double>(low) * scale) - 1.0, 0.0, scale));
+    last = static_cast<std::int64_t>(
+        std::clamp(std::floor(static_cast<double>(high) * scale) + 1.0, -1.0, scale - 1.0));
+  }
+};
+
+/// The columns of a row of cells that nobody has claimed. Each claimed one leads on to the next, so
+/// that triangles over triangles do not look at the same cells again and again.
+class FreeColumns {
+ public:
+  explicit FreeColumns(std::int64_t columns) : next_(static_cast<std::size_t>(columns) + 1) {
+    std::iota(next_.begin(), next_.end(), 0u);
+  }
+  std::int64_t from(std::int64_t column) {
+    auto at = static_cast<std::uint32_t>(column);
+    while (next_[at] != at) at = next_[at] = next_[next_[at]];
+    return at;
+  }
+  void claim(std::int64_t column) { ++next_[static_cast<std::size_t>(column)]; }
+
+ private:
+  std::vector<std::uint32_t> next_;
+};
+
+}  // namespace
+
 GridCandidates scatterUvGrid(const ScalpMesh& mesh, std::int64_t rows, std::int64_t columns,
                              float jitter, std::uint64_t seed, float share) {
   const std::uint64_t stream = mix64(seed);
   const auto& uvs = mesh.uvs();
-  // Cells keep the lowest triangle that covers their point. Triangles come in index order, so the
-  // first to claim a cell has it.
-  std::vector<StrandRoot> cells(static_cast<std::size_t>(rows * columns));
   const auto placeOf = [&](std::int64_t row, std::int64_t column) {
     const std::uint64_t id =
         hashCombine(stream, static_cast<std::uint64_t>(row * columns + column));
@@ -105,40 +167,40 @@ GridCandidates scatterUvGrid(const ScalpMesh& mesh, std::int64_t rows, std::int6
     return Vec2f{(static_cast<float>(column) + 0.5f + jitter * du) / static_cast<float>(columns),
                  (static_cast<float>(row) + 0.5f + jitter * dv) / static_cast<float>(rows)};
   };
+  // Bands of rows are filled side by side; each takes its triangles in index order, so that the
+  // lowest one that covers a cell's point has the cell.
+  const std::int64_t bandRows = (rows + mostGridBands - 1) / mostGridBands;
+  std::vector<std::vector<std::uint32_t>> bands(
+      static_cast<std::size_t>((rows + bandRows - 1) / bandRows));
   for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
-    const Vec2f a = uvs[3 * t], b = uvs[3 * t + 1], c = uvs[3 * t + 2];
-    const double area = (static_cast<double>(b.x) - a.x) * (static_cast<double>(c.y) - a.y) -
-                        (static_cast<double>(c.x) - a.x) * (static_cast<double>(b.y) - a.y);
-    if (!std::isfinite(area) || area == 0.0) continue;
-    const auto cellRange = [&](float low, float high, std::int64_t count, std::int64_t& first,
-                               std::int64_t& last) {
-      // A jittered point strays from its cell's middle by half a cell at most.
-      const double scale = static_cast<double>(count);
-      first = static_cast<std::int64_t>(
-          std::clamp(std::floor(static_cast<double>(low) * scale) - 1.0, 0.0, scale));
-      last = static_cast<std::int64_t>(
-          std::clamp(std::floor(static_cast<double>(high) * scale) + 1.0, -1.0, scale - 1.0));
-    };
-    std::int64_t firstColumn, lastColumn, firstRow, lastRow;
-    cellRange(std::min({a.x, b.x, c.x}), std::max({a.x, b.x, c.x}), columns, firstColumn,
-              lastColumn);
-    cellRange(std::min({a.y, b.y, c.y}), std::max({a.y, b.y, c.y}), rows, firstRow, lastRow);
-    for (std::int64_t row = firstRow; row <= lastRow; ++row) {
-      for (std::int64_t column = firstColumn; column <= lastColumn; ++column) {
-        StrandRoot& cell = cells[static_cast<std::size_t>(row * columns + column)];
-        if (cell.face >= 0) continue;
-        const Vec2f p = placeOf(row, column);
-        const double u = ((static_cast<double>(p.x) - a.x) * (static_cast<double>(c.y) - a.y) -
-                          (static_cast<double>(c.x) - a.x) * (static_cast<double>(p.y) - a.y)) /
-                         area;
-        const double v = ((static_cast<double>(b.x) - a.x) * (static_cast<double>(p.y) - a.y) -
-                          (static_cast<double>(p.x) - a.x) * (static_cast<double>(b.y) - a.y)) /
-                         area;
-        if (u < 0.0 || v < 0.0 || u + v > 1.0) continue;
-        cell = {static_cast<std::int32_t>(t), static_cast<float>(u), static_cast<float>(v)};
-      }
+    const GridTriangle triangle(uvs, t, rows, columns);
+    for (std::int64_t band = triangle.firstRow / bandRows; band * bandRows <= triangle.lastRow;
+         ++band) {
+      bands[static_cast<std::size_t>(band)].push_back(static_cast<std::uint32_t>(t));
     }
   }
+  std::vector<StrandRoot> cells(static_cast<std::size_t>(rows * columns));
+  parallelRange(0, bands.size(), 1, [&](std::size_t first, std::size_t last) {
+    for (std::size_t band = first; band < last; ++band) {
+      const std::int64_t low = static_cast<std::int64_t>(band) * bandRows;
+      const std::int64_t high = std::min(low + bandRows, rows) - 1;
+      std::vector<FreeColumns> free(static_cast<std::size_t>(high - low + 1), FreeColumns(columns));
+      for (const std::uint32_t t : bands[band]) {
+        const GridTriangle triangle(uvs, t, rows, columns);
+        for (std::int64_t row = std::max(low, triangle.firstRow);
+             row <= std::min(high, triangle.lastRow); ++row) {
+          FreeColumns& left = free[static_cast<std::size_t>(row - low)];
+          for (std::int64_t column = left.from(triangle.firstColumn); column <= triangle.lastColumn;
+               column = left.from(column + 1)) {
+            StrandRoot root{static_cast<std::int32_t>(t), 0.0f, 0.0f};
+            if (!triangle.covers(placeOf(row, column), root)) continue;
+            cells[static_cast<std::size_t>(row * columns + column)] = root;
+            left.claim(column);
+          }
+        }
+      }
+    }
+  });
   GridCandidates grid;
   for (std::size_t i = 0; i < cells.size(); ++i) {
     const std::uint64_t id = hashCombine(stream, i);

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <vector>
 
 #include "core/base/errors.h"
@@ -30,6 +31,8 @@ constexpr double mostPoints = 400e6;
 constexpr std::uint64_t densitySalt = 0xD3A5;
 constexpr std::uint64_t placedKey = 0x91ACED5CA77E2ull;
 constexpr float defaultWidth = 0.007f;
+// Where the highest density is looked for.
+constexpr double searchedSpots = 65536.0;
 
 /// Roots in candidate order. Shared and never changed.
 struct Placed {
@@ -149,16 +152,12 @@ class ScatterOp final : public DeclaredOperator {
     if (!mesh) {
       throw GraphError("Scatter: no scalp mesh: connect a Scalp node and give the groom its mesh");
     }
-    Settings settings = readSettings(*mesh, valueAs<GuideSet>(inputs[1]), context);
+    const Settings settings = readSettings(mesh, valueAs<GuideSet>(inputs[1]), context);
     const double previewed = previewShare(context.detail, settings.expected, settings.points,
                                           budgetOf(context), settings.previewAll);
     checkPointLimits(settings, previewed, budgetOf(context) > 0);
     const auto share = static_cast<float>(previewed);
-    // Even spots come from all candidates together, whatever the preview then shows of them.
-    const bool even = settings.randomness != 1.0f && !settings.grid;
-    std::shared_ptr<const Placed> placed =
-        even ? placedAll(*mesh, settings, context) : place(*mesh, settings, context, share);
-    if (even) placed = blended(*mesh, *placed, settings.randomness, share);
+    const std::shared_ptr<const Placed> placed = placedFor(settings, context, share);
     return grow(*mesh, *placed, settings.points, static_cast<float>(parameters.number("length")));
   }
 
@@ -172,6 +171,7 @@ class ScatterOp final : public DeclaredOperator {
 
  private:
   struct Settings {
+    ScalpMeshPtr mesh;
     bool grid = false;
     std::int64_t rows = 0, columns = 0;
     float gridRandom = 0.0f;
@@ -184,15 +184,18 @@ class ScatterOp final : public DeclaredOperator {
     std::size_t points = 0;
     float guideRadius = 0.0f;
     GuideSetPtr guides;
+    /// Whether roots move away from their random spots.
+    bool movesRoots() const { return randomness != 1.0f && !grid; }
   };
 
   static std::uint64_t budgetOf(const EvalContext& context) {
     return context.resources ? context.resources->pointBudget : 0;
   }
 
-  Settings readSettings(const ScalpMesh& mesh, GuideSetPtr guides,
-                        const EvalContext& context) const {
+  Settings readSettings(ScalpMeshPtr scalp, GuideSetPtr guides, const EvalContext& context) const {
     Settings settings;
+    settings.mesh = std::move(scalp);
+    const ScalpMesh& mesh = *settings.mesh;
     settings.grid = parameters.text("layout") == "uvGrid";
     settings.rows = parameters.integer("gridRows");
     settings.columns = parameters.integer("gridColumns");
@@ -206,13 +209,14 @@ class ScatterOp final : public DeclaredOperator {
     if (settings.grid && !mesh.hasUvs()) {
       throw GraphError("Scatter: the uvGrid layout needs the scalp's UVs");
     }
-    if (settings.guideRadius > 0.0f && (!settings.guides || settings.guides->guides.empty())) {
+    if (settings.guideRadius > 0.0f && guideRoots(settings).empty()) {
       throw GraphError("Scatter: guideRadius needs guides on the guides input (a Guides node)");
     }
-    readDensity(mesh, context, settings);
+    readDensity(context, settings);
     if (settings.grid) {
-      settings.expected =
-          static_cast<double>(settings.rows) * static_cast<double>(settings.columns);
+      settings.expected = settings.density > 0.0 ? static_cast<double>(settings.rows) *
+                                                       static_cast<double>(settings.columns)
+                                                 : 0.0;
       if (settings.expected > mostStrands) {
         throw GraphError("Scatter: the grid would create more than 50M strands");
       }
@@ -228,37 +232,60 @@ class ScatterOp final : public DeclaredOperator {
     return settings;
   }
 
-  FieldTarget target(const StrandSet& strands, const Settings& settings,
-                     const EvalContext& context) const {
-    return {&strands, context.surface, settings.guides, true};
+  /// The density at the strands' roots, on the mesh that they are rooted on.
+  ScalarField densityField(const StrandSet& strands, const Settings& settings,
+                           const EvalContext& context) const {
+    return bindParam(*this, "density", context, {&strands, settings.mesh, settings.guides, true});
   }
 
-  /// The plain density; or, where a map stands in its place, the highest density that the map asks
-  /// for: its range for an image or a colour set, and what it gives over the triangles' corners and
-  /// middles where a formula or layer knows no range.
-  void readDensity(const ScalpMesh& mesh, const EvalContext& context, Settings& settings) const {
-    const MapRef* map = parameters.map("density");
-    settings.mapped = map != nullptr || parameters.wiredField("density") != nullptr;
+  /// The plain density; or, where something else stands in its place, the highest density that it
+  /// asks for: its range for an image or a colour set, and what it gives over the whole surface
+  /// where a formula, a layer or a wired field knows no range.
+  void readDensity(const EvalContext& context, Settings& settings) const {
+    const bool wired = parameters.wiredField("density") != nullptr;
+    const MapRef* map = wired ? nullptr : parameters.map("density");
+    settings.mapped = wired || map != nullptr;
     settings.density = parameters.number("density");
-    if (map == nullptr) return;
-    settings.density = std::max({0.0f, map->min, map->max});
-    if (map->source == MapSource::texture || map->source == MapSource::colorSet) return;
-    std::vector<std::uint64_t> ids;
+    if (!settings.mapped) return;
+    if (map && (map->source == MapSource::texture || map->source == MapSource::colorSet)) {
+      settings.density = std::max({0.0f, map->min, map->max});
+      return;
+    }
+    settings.density = highestDensity(settings, context);
+  }
+
+  /// Looked for at every triangle's corners and middle, and at spots all over the surface, since a
+  /// formula may change within a triangle.
+  float highestDensity(const Settings& settings, const EvalContext& context) const {
+    const ScalpMesh& mesh = *settings.mesh;
     std::vector<StrandRoot> roots;
     constexpr StrandRoot places[] = {{0, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 1.0f / 3, 1.0f / 3}};
     for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
       for (const StrandRoot& place : places) {
-        ids.push_back(roots.size());
         roots.push_back({static_cast<std::int32_t>(t), place.u, place.v});
       }
     }
+    if (const double area = mesh.area(); area > 0.0 && std::isfinite(area)) {
+      for (const auto& spot : scatterCandidates(mesh, searchedSpots / area, 0, 1.0f)) {
+        roots.push_back(scatterRoot(spot));
+      }
+    }
+    std::vector<std::uint64_t> ids(roots.size());
+    std::iota(ids.begin(), ids.end(), 0u);
     const StrandSet samples = rootsAsStrands(mesh, ids, roots);
-    const ScalarField field =
-        bindParam(*this, "density", context, target(samples, settings, context));
-    FieldReader reader(field);
-    float highest = 0.0f;
-    for (std::size_t i = 0; i < roots.size(); ++i) highest = std::max(highest, reader.strand(i));
-    settings.density = highest;
+    const ScalarField field = densityField(samples, settings, context);
+    // The greatest of some numbers is the same in any order.
+    std::vector<float> highest((roots.size() + grain - 1) / grain, 0.0f);
+    parallelRange(0, highest.size(), 4, [&](std::size_t first, std::size_t last) {
+      FieldReader reader(field);
+      for (std::size_t block = first; block < last; ++block) {
+        const std::size_t end = std::min((block + 1) * grain, roots.size());
+        for (std::size_t i = block * grain; i < end; ++i) {
+          highest[block] = std::max(highest[block], reader.strand(i));
+        }
+      }
+    });
+    return highest.empty() ? 0.0f : *std::max_element(highest.begin(), highest.end());
   }
 
   static void checkPointLimits(const Settings& settings, double share, bool budget) {
@@ -280,9 +307,14 @@ class ScatterOp final : public DeclaredOperator {
     }
   }
 
-  std::uint64_t keyOf(const ScalpMesh& mesh, const Settings& settings,
-                      const EvalContext& context) const {
+  std::uint64_t keyOf(const Settings& settings, const EvalContext& context) const {
+    const ScalpMesh& mesh = *settings.mesh;
     std::uint64_t key = hashCombine(placedKey, mesh.pointsHash());
+    if (settings.grid) {
+      key = hashCombine(key, static_cast<std::uint64_t>(settings.rows));
+      key = hashCombine(key, static_cast<std::uint64_t>(settings.columns));
+      key = hashNumber(key, settings.gridRandom);
+    }
     key = hashNumber(key, settings.density);
     key = hashCombine(key, settings.seed);
     key = hashCombine(key, settings.mapped ? hashValue(parameters.value("density")) : 0);
@@ -298,33 +330,52 @@ class ScatterOp final : public DeclaredOperator {
     return key;
   }
 
-  /// All candidates with their random and their even spots.
-  std::shared_ptr<const Placed> placedAll(const ScalpMesh& mesh, const Settings& settings,
-                                          const EvalContext& context) {
-    const std::uint64_t key = keyOf(mesh, settings, context);
-    if (auto found = cache_.find(key)) return found;
-    auto placed = place(mesh, settings, context, 1.0f);
-    std::vector<float> radii(placed->roots.size(), evenSpacing(settings.density));
-    if (settings.mapped) {
-      const StrandSet strands = rootsAsStrands(mesh, placed->ids, placed->roots);
-      const ScalarField field =
-          bindParam(*this, "density", context, target(strands, settings, context));
-      parallelRange(0, radii.size(), grain, [&](std::size_t first, std::size_t last) {
-        FieldReader reader(field);
-        for (std::size_t i = first; i < last; ++i) {
-          const double local = std::min<double>(reader.strand(i), settings.density);
-          radii[i] = local > 0.0 ? evenSpacing(local) : 0.0f;
-        }
-      });
+  /// The roots that a share of the candidates has. What all of them share is kept: a change of
+  /// randomness or preview thinning alone places nothing anew.
+  std::shared_ptr<const Placed> placedFor(const Settings& settings, const EvalContext& context,
+                                          float share) {
+    const std::uint64_t key = keyOf(settings, context);
+    std::shared_ptr<const Placed> all = cache_.find(key);
+    // A preview is not worth placing all for, unless even spots ask for it.
+    if (!all && share < 1.0f && !settings.movesRoots()) return place(settings, context, share);
+    if (!all) all = keep(key, place(settings, context, 1.0f));
+    if (settings.movesRoots() && all->even.size() != all->roots.size()) {
+      auto spread = std::make_shared<Placed>(*all);
+      spread->even =
+          relaxRoots(*settings.mesh, all->roots, spacings(settings, context, *all), settings.seed);
+      all = keep(key, std::move(spread));
     }
-    placed->even = relaxRoots(mesh, placed->roots, radii, settings.seed);
+    if (share >= 1.0f && !settings.movesRoots()) return all;
+    return chosen(settings, *all, share);
+  }
+
+  std::shared_ptr<const Placed> keep(std::uint64_t key, std::shared_ptr<const Placed> placed) {
     cache_.insert(key, placed);
     return placed;
   }
 
-  std::shared_ptr<Placed> place(const ScalpMesh& mesh, const Settings& settings,
-                                const EvalContext& context, float share) const {
+  /// How far apart even roots would stand, at each root; 0 where none should.
+  std::vector<float> spacings(const Settings& settings, const EvalContext& context,
+                              const Placed& placed) const {
+    std::vector<float> radii(placed.roots.size(), evenSpacing(settings.density));
+    if (!settings.mapped) return radii;
+    const StrandSet strands = rootsAsStrands(*settings.mesh, placed.ids, placed.roots);
+    const ScalarField field = densityField(strands, settings, context);
+    parallelRange(0, radii.size(), grain, [&](std::size_t first, std::size_t last) {
+      FieldReader reader(field);
+      for (std::size_t i = first; i < last; ++i) {
+        const double local = std::min<double>(reader.strand(i), settings.density);
+        radii[i] = local > 0.0 ? evenSpacing(local) : 0.0f;
+      }
+    });
+    return radii;
+  }
+
+  std::shared_ptr<const Placed> place(const Settings& settings, const EvalContext& context,
+                                      float share) const {
+    const ScalpMesh& mesh = *settings.mesh;
     auto placed = std::make_shared<Placed>();
+    if (!(settings.density > 0.0)) return placed;
     if (settings.grid) {
       GridCandidates grid = scatterUvGrid(mesh, settings.rows, settings.columns,
                                           settings.gridRandom, settings.seed, share);
@@ -343,34 +394,39 @@ class ScatterOp final : public DeclaredOperator {
       });
     }
     std::vector<char> kept(placed->ids.size(), 1);
-    if (settings.mapped) thinByMap(mesh, settings, context, *placed, kept);
-    if (settings.guideRadius > 0.0f) keepNearGuides(mesh, settings, *placed, kept);
+    if (settings.mapped) thinByMap(settings, context, *placed, kept);
+    if (settings.guideRadius > 0.0f) keepNearGuides(settings, *placed, kept);
     if (settings.mapped || settings.guideRadius > 0.0f) compact(*placed, kept);
     return placed;
   }
 
-  void thinByMap(const ScalpMesh& mesh, const Settings& settings, const EvalContext& context,
-                 const Placed& placed, std::vector<char>& kept) const {
-    const StrandSet strands = rootsAsStrands(mesh, placed.ids, placed.roots);
-    const ScalarField field =
-        bindParam(*this, "density", context, target(strands, settings, context));
+  void thinByMap(const Settings& settings, const EvalContext& context, const Placed& placed,
+                 std::vector<char>& kept) const {
+    const StrandSet strands = rootsAsStrands(*settings.mesh, placed.ids, placed.roots);
+    const ScalarField field = densityField(strands, settings, context);
     const auto limit = static_cast<float>(settings.density);
     parallelRange(0, kept.size(), grain, [&](std::size_t first, std::size_t last) {
       FieldReader reader(field);
       for (std::size_t i = first; i < last; ++i) {
         const float draw = unitFloat(mix64(hashCombine(placed.ids[i], densitySalt)));
-        if (limit > 0.0f && !(reader.strand(i) / limit > draw)) kept[i] = 0;
+        if (!(reader.strand(i) / limit > draw)) kept[i] = 0;
       }
     });
   }
 
-  static void keepNearGuides(const ScalpMesh& mesh, const Settings& settings, const Placed& placed,
-                             std::vector<char>& kept) {
-    std::vector<Vec3f> guideRoots;
+  static std::vector<Vec3f> guideRoots(const Settings& settings) {
+    std::vector<Vec3f> roots;
+    if (!settings.guides) return roots;
     for (const Guide& guide : settings.guides->guides) {
-      if (!guide.points.empty()) guideRoots.push_back(guide.points.front());
+      if (!guide.points.empty()) roots.push_back(guide.points.front());
     }
-    const KdTree tree(guideRoots);
+    return roots;
+  }
+
+  static void keepNearGuides(const Settings& settings, const Placed& placed,
+                             std::vector<char>& kept) {
+    const KdTree tree(guideRoots(settings));
+    const ScalpMesh& mesh = *settings.mesh;
     const float limit = settings.guideRadius * settings.guideRadius;
     parallelRange(0, kept.size(), grain, [&](std::size_t first, std::size_t last) {
       for (std::size_t i = first; i < last; ++i) {
@@ -394,23 +450,25 @@ class ScatterOp final : public DeclaredOperator {
 
   /// The candidates that a share keeps, each at its place between its even spot (0) and its random
   /// one (1), or beyond it in the same direction.
-  static std::shared_ptr<const Placed> blended(const ScalpMesh& mesh, const Placed& all,
-                                               float randomness, float share) {
+  static std::shared_ptr<const Placed> chosen(const Settings& settings, const Placed& all,
+                                              float share) {
     auto placed = std::make_shared<Placed>();
-    std::vector<std::uint32_t> chosen;
-    chosen.reserve(all.ids.size());
+    std::vector<std::uint32_t> picked;
+    picked.reserve(all.ids.size());
     for (std::size_t i = 0; i < all.ids.size(); ++i) {
       if (share >= 1.0f || hashPick(all.ids[i], share)) {
-        chosen.push_back(static_cast<std::uint32_t>(i));
+        picked.push_back(static_cast<std::uint32_t>(i));
       }
     }
-    placed->ids.resize(chosen.size());
-    placed->roots.resize(chosen.size());
-    parallelRange(0, chosen.size(), grain, [&](std::size_t first, std::size_t last) {
+    placed->ids.resize(picked.size());
+    placed->roots.resize(picked.size());
+    parallelRange(0, picked.size(), grain, [&](std::size_t first, std::size_t last) {
       for (std::size_t k = first; k < last; ++k) {
-        const std::size_t i = chosen[k];
+        const std::size_t i = picked[k];
         placed->ids[k] = all.ids[i];
-        placed->roots[k] = between(mesh, all.even[i], all.roots[i], randomness);
+        placed->roots[k] = settings.movesRoots() ? between(*settings.mesh, all.even[i],
+                                                           all.roots[i], settings.randomness)
+                                                 : all.roots[i];
       }
     });
     return placed;
