@@ -96,9 +96,9 @@ EvalResources::PaintedMap paintedMap(const std::string& name, const EvalContext&
 
 }  // namespace
 
-std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContext& context) {
+std::unique_ptr<ColorMap> openColorMap(const std::string& name, const ScalpMeshPtr& surface,
+                                       const EvalContext& context, const char* layerAdvice) {
   if (name.empty()) return nullptr;
-  const ScalpMeshPtr& surface = context.surface;
   const auto fail = [&](const std::string& why) {
     return GraphError("map '" + name + "': " + why);
   };
@@ -118,9 +118,7 @@ std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContex
       throw fail(error.what());
     }
   }
-  if (isGuideLayer(name, context)) {
-    throw fail("a guide layer reaches the strands through Interpolate (put HairColor after it)");
-  }
+  if (isGuideLayer(name, context)) throw fail(layerAdvice);
   throw fail("no map, color set or image of that name (Groom Tools > Paint > New... makes a map)");
 }
 

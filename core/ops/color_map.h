@@ -18,11 +18,14 @@ class ColorMap {
   virtual Vec3f at(StrandRoot root) const = 0;
 };
 
-/// The map of a name: one painted in this groom, then a colour set of the surface, then an image
-/// file at its UVs. Null for an empty name. Throws GraphError "map 'NAME': ..." when there is none.
-std::unique_ptr<ColorMap> openColorMap(const std::string& name, const EvalContext& context);
+/// The map of a name: one painted in this groom, then a colour set of the surface that the roots
+/// are on, then an image file at its UVs. Null for an empty name. Throws GraphError "map 'NAME':
+/// ..." when there is none; a layer of the guides is none, and `layerAdvice` says what to do with
+/// it.
+std::unique_ptr<ColorMap> openColorMap(const std::string& name, const ScalpMeshPtr& surface,
+                                       const EvalContext& context, const char* layerAdvice);
 
-/// A hash of what the name stands for in the context, for a node's key.
+/// A hash of what the name stands for in the context, for a node's key. The surface is not in it.
 std::uint64_t colorMapKey(const std::string& name, const EvalContext& context);
 
 }  // namespace kestrane

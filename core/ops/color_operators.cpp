@@ -214,7 +214,9 @@ class HairColorOp final : public StrandOperator {
     const Vec3f tipColor = parameters.vec3("tipColor");
     const Ramp tipProfile = parameters.ramp("tipProfile");
     const std::uint64_t seed = static_cast<std::uint64_t>(parameters.integer("seed"));
-    const std::unique_ptr<ColorMap> map = openColorMap(parameters.text("map"), edit.context());
+    const std::unique_ptr<ColorMap> map = openColorMap(
+        parameters.text("map"), edit.context().surface, edit.context(),
+        "a guide layer reaches the strands through Interpolate (put HairColor after it)");
 
     const StrandSet& in = edit.input();
     const Array<float>* clumps = in.strandChannel(parameters.text("clumpChannel"));

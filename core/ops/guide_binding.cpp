@@ -118,8 +118,9 @@ class StrandBinder {
     } else {
       for (Candidate& c : inReach_) c.weight /= sum;
       // The nearest guide may be one of too small a reach.
-      if (settings_.limitDistance > 0.0f) nearest = std::min(nearest, findNearest(region));
+      if (settings_.farthest > 0.0f) nearest = std::min(nearest, findNearest(region));
     }
+    keepStrongest();
     std::sort(inReach_.begin(), inReach_.end(),
               [](const Candidate& a, const Candidate& b) { return a.guide < b.guide; });
     return nearest;
@@ -137,11 +138,28 @@ class StrandBinder {
     return along_->distanceTo(face_, position_, region.guides[g], straight);
   }
 
+  void keepStrongest() {
+    if (inReach_.size() <= mostGuidesPerStrand) return;
+    const auto first = inReach_.begin() + mostGuidesPerStrand;
+    std::nth_element(inReach_.begin(), first, inReach_.end(),
+                     [](const Candidate& a, const Candidate& b) {
+                       return a.weight > b.weight || (a.weight == b.weight && a.guide < b.guide);
+                     });
+    const float left = first->weight;
+    inReach_.erase(first, inReach_.end());
+    float sum = 0.0f;
+    for (const Candidate& c : inReach_) sum += c.weight - left;
+    // All of one weight: then each is as good as any other.
+    const bool alike = !(sum > 0.0f);
+    for (Candidate& c : inReach_) {
+      c.weight = alike ? 1.0f / static_cast<float>(mostGuidesPerStrand) : (c.weight - left) / sum;
+    }
+  }
+
   /// The weights of the nearest guides alone: the set that no strand is left without. Returns the
   /// nearest distance.
   float findNearest(const GuideRegion& region) {
     const auto neighbors = static_cast<std::size_t>(settings_.neighbors);
-    nearest_.clear();
     // Guides that may not be used make the search go on to farther ones.
     for (std::size_t asked = neighbors + 1;; asked *= 2) {
       hits_.resize(asked);
@@ -149,16 +167,20 @@ class StrandBinder {
       nearest_.clear();
       for (std::size_t i = 0; i < found; ++i) {
         const float straight = std::sqrt(hits_[i].distanceSquared);
-        const float d = usableInSecondSet(region, hits_[i].index, straight);
+        const float d = usableDistance(region, hits_[i].index, straight);
         if (std::isfinite(d)) nearest_.push_back({hits_[i].index, d, 0.0f});
       }
-      if (nearest_.size() > neighbors || found < asked || asked > 64) break;
+      const bool exhausted = found < asked;
+      hits_.resize(found);
+      if (nearest_.size() > neighbors || exhausted || asked > 64) break;
     }
+    const bool reached = !nearest_.empty();
+    if (!reached) takeUnreached(region);
     if (nearest_.empty()) return infinity;
     std::stable_sort(nearest_.begin(), nearest_.end(), [](const Candidate& a, const Candidate& b) {
       return a.distance < b.distance;
     });
-    const float closest = nearest_.front().distance;
+    const float closest = reached ? nearest_.front().distance : infinity;
     // The radius is the first guide past those that count. At its own distance a guide would weigh
     // nothing, so guides that lie level with it count by nearness alone.
     float radius = nearest_.size() > neighbors ? nearest_[neighbors].distance : infinity;
@@ -170,15 +192,15 @@ class StrandBinder {
     return closest;
   }
 
-  /// In the second set a guide out of the surface's reach still counts, by its straight distance,
-  /// where nothing nearer does: a strand follows a far guide rather than none.
-  float usableInSecondSet(const GuideRegion& region, std::uint32_t g, float straight) const {
-    if (input_.parts != nullptr && input_.parts->crosses(position_, region.roots[g])) {
-      return infinity;
+  /// Where the surface leads to none of the guides just searched, a strand follows those nearest in
+  /// a straight line rather than none; but never one from the other side of a part.
+  void takeUnreached(const GuideRegion& region) {
+    for (const KdHit& hit : hits_) {
+      if (input_.parts != nullptr && input_.parts->crosses(position_, region.roots[hit.index])) {
+        continue;
+      }
+      nearest_.push_back({hit.index, std::sqrt(hit.distanceSquared), 0.0f});
     }
-    if (along_ == nullptr || input_.strandFaces[strand_] < 0) return straight;
-    const float d = along_->distanceTo(face_, position_, region.guides[g], straight);
-    return std::isfinite(d) ? d : 4.0f * straight;
   }
 
   void add(std::uint32_t guide, float weight) {
@@ -232,7 +254,7 @@ std::shared_ptr<const GuideBinding> bindToGuides(const BindingInput& input,
       for (std::size_t i = 0; i < region.guides.size(); ++i) {
         float& limit = limits[region.guides[i]];
         // Strands that no reach covers well look to guides beyond their reach, too.
-        limit = std::max({limit, 3.0f * region.reach[i], settings.limitDistance});
+        limit = std::max({limit, 3.0f * region.reach[i], settings.farthest});
       }
     }
     along = std::make_unique<SurfaceReach>(*input.surface, input.guideSurfaceRoots, limits);
@@ -314,13 +336,16 @@ std::vector<std::uint32_t> GuideBinding::strandsOf(std::span<const std::uint32_t
       }
     }
   });
-  std::vector<std::uint32_t> found;
+  std::vector<char> marked(offsets.size() - 1, 0);
   for (const std::uint32_t g : guides) {
-    const auto middle = found.insert(found.end(), strands_.begin() + strandOffsets_[g],
-                                     strands_.begin() + strandOffsets_[g + 1]);
-    std::inplace_merge(found.begin(), middle, found.end());
+    for (std::uint32_t i = strandOffsets_[g]; i < strandOffsets_[g + 1]; ++i) {
+      marked[strands_[i]] = 1;
+    }
   }
-  found.erase(std::unique(found.begin(), found.end()), found.end());
+  std::vector<std::uint32_t> found;
+  for (std::size_t strand = 0; strand < marked.size(); ++strand) {
+    if (marked[strand]) found.push_back(static_cast<std::uint32_t>(strand));
+  }
   return found;
 }
 

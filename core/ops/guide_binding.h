@@ -51,8 +51,13 @@ struct BindingSettings {
   int neighbors = 3;
   float reach = 1.5f;
   float power = 2.0f;
-  float limitDistance = 0.0f;
+  /// How far distances to the nearest guide are told; 0: nobody asks for them.
+  float farthest = 0.0f;
 };
+
+/// The most guides that a strand follows. Where more reach it, the strongest count, each less the
+/// weight of the first that does not, so that none comes or goes with a step.
+inline constexpr std::size_t mostGuidesPerStrand = 32;
 
 /// What a binding is made of. Spans must outlive the call.
 struct BindingInput {

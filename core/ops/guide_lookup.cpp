@@ -12,6 +12,7 @@ namespace kestrane {
 
 namespace {
 
+constexpr float endlessReach = 1e18f;
 constexpr double mostCells = 1 << 20;
 constexpr double mostEntries = 1 << 22;
 
@@ -24,9 +25,12 @@ float boxDistanceSquared(Vec3f p, Vec3f low, Vec3f high) {
 }  // namespace
 
 GuideLookup::GuideLookup(std::span<const Vec3f> roots, std::span<const float> reaches) {
+  // Farther than any scene: a grid of spheres that wide would be one cell, if numbers hold it.
   const bool endless = std::any_of(reaches.begin(), reaches.end(),
-                                   [](float reach) { return !std::isfinite(reach); });
-  const bool placed = std::all_of(roots.begin(), roots.end(), [](Vec3f p) { return isFinite(p); });
+                                   [](float reach) { return !(reach < endlessReach); });
+  const bool placed = std::all_of(roots.begin(), roots.end(), [](Vec3f p) {
+    return lengthSquared(p) < endlessReach * endlessReach;
+  });
   if (endless || !placed) {
     everywhere_.resize(roots.size());
     std::iota(everywhere_.begin(), everywhere_.end(), 0u);

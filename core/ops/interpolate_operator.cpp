@@ -16,6 +16,7 @@
 #include "core/guides/part_crossing.h"
 #include "core/ops/clearance_field.h"
 #include "core/ops/color_map.h"
+#include "core/ops/color_regions.h"
 #include "core/ops/guide_binding.h"
 #include "core/ops/guide_shapes.h"
 
@@ -27,8 +28,6 @@ constexpr std::size_t grain = 256;
 // Over the last twentieth of the limit the influence fades whatever the falloff says, so that a
 // flat one has no visible edge.
 constexpr float edgeFade = 20.0f;
-// Two colours nearer than this are one region.
-constexpr float sameColor = 1e-3f;
 
 const OperatorDeclaration& interpolateDeclaration() {
   static const OperatorDeclaration declaration{
@@ -174,13 +173,14 @@ bool sameLayers(const GuideSet& a, const GuideSet& b) {
 
 bool operator==(const BindingSettings& a, const BindingSettings& b) {
   return a.neighbors == b.neighbors && a.reach == b.reach && a.power == b.power &&
-         a.limitDistance == b.limitDistance;
+         a.farthest == b.farthest;
 }
 
-/// The regions of a colour map: one per colour that guides are rooted on.
-struct Regions {
-  std::vector<Vec3f> colors;
-  std::vector<std::int32_t> ofGuides, ofStrands;
+/// A binding and what it was made of. Immutable.
+struct Bound {
+  BindingKey key;
+  std::shared_ptr<const GuideBinding> binding;
+  std::vector<std::int32_t> strandRegions;  // empty without a region map
 };
 
 class InterpolateOp final : public StrandOperator {
@@ -206,19 +206,19 @@ class InterpolateOp final : public StrandOperator {
     }
     const ScalpMeshPtr scalp = valueAs<ScalpMesh>(edit.inputs()[2]);
     const StrandSet& in = edit.input();
-    const State state = prepare(in, guides, scalp, context);
-    const GuideBinding& binding = *state.binding;
+    const std::shared_ptr<const Bound> bound = boundTo(in, guides, scalp, context);
+    const GuideBinding& binding = *bound->binding;
 
     const bool takesShape = take == "shape";
     const bool preserveLength = parameters.boolean("preserveLength");
     const float limit = static_cast<float>(parameters.number("limitDistance"));
     const Ramp falloff = parameters.ramp("falloff");
     const bool smooth = parameters.boolean("smoothGuides");
-    const ClearanceField* field = nullptr;
+    std::shared_ptr<const ClearanceField> field;
     if (takesShape && scalp && parameters.boolean("keepClearance")) field = clearanceOf(scalp);
     const ScalpMesh* surface = scalp ? scalp.get() : edit.surface();
     const std::vector<Vec3f> normals = guideNormals(*guides, surface);
-    const auto shapes = shapesFor(in, *guides, normals, smooth, field);
+    const auto shapes = shapesFor(in, *guides, normals, smooth, field.get());
 
     const std::span<Vec3f> points = edit.points();
     std::span<float> influences;
@@ -228,7 +228,7 @@ class InterpolateOp final : public StrandOperator {
     }
     std::span<float> regions;
     const std::string regionChannel = parameters.text("regionChannel");
-    if (!state.strandRegions.empty() && !regionChannel.empty()) {
+    if (!bound->strandRegions.empty() && !regionChannel.empty()) {
       regions = edit.strandChannel(regionChannel, -1.0f);
     }
     const std::vector<StrandLayer> strandLayers = openStrandLayers(edit, *guides);
@@ -242,7 +242,7 @@ class InterpolateOp final : public StrandOperator {
         const std::span<Vec3f> out = points.subspan(in.offsets()[strand], incoming.size());
         const float influence = influenceAt(binding.distance[strand], limit, falloff);
         if (!influences.empty()) influences[strand] = influence;
-        if (!regions.empty()) regions[strand] = static_cast<float>(state.strandRegions[strand]);
+        if (!regions.empty()) regions[strand] = static_cast<float>(bound->strandRegions[strand]);
         for (const StrandLayer& layer : strandLayers) layer.write(binding, strand);
         for (const PointLayer& layer : pointLayers) {
           layer.write(binding, strand, in.offsets()[strand], incoming.size());
@@ -259,7 +259,7 @@ class InterpolateOp final : public StrandOperator {
         const bool rooted = surface != nullptr && surface->hasFace(at.face);
         if (takesShape) {
           const Vec3f root = rooted ? surface->positionAt(at) : incoming[0];
-          const Vec3f normal = rooted ? surface->normalAt(at) : Vec3f{0.0f, 1.0f, 0.0f};
+          const Vec3f normal = rooted ? surface->normalAt(at) : normalNear(surface, root);
           blender.blend(strand, root, normal, preserveLength, out);
         } else {
           std::copy(incoming.begin(), incoming.end(), out.begin());
@@ -285,9 +285,7 @@ class InterpolateOp final : public StrandOperator {
   void adoptState(Operator& previous) override {
     auto& other = static_cast<InterpolateOp&>(previous);
     const std::scoped_lock lock(mutex_, other.mutex_);
-    key_ = other.key_;
-    binding_ = other.binding_;
-    strandRegions_ = other.strandRegions_;
+    bound_ = other.bound_;
     fieldScalp_ = other.fieldScalp_;
     field_ = other.field_;
   }
@@ -315,25 +313,21 @@ class InterpolateOp final : public StrandOperator {
     }
     const StrandSetPtr in = valueAs<StrandSet>(inputs[0]);
     const ScalpMeshPtr scalp = valueAs<ScalpMesh>(inputs[2]);
-    const State held = prepare(*in, after, scalp, context);
+    const auto held = boundTo(*in, after, scalp, context);
     auto changes = std::make_shared<StrandChanges>();
-    const std::vector<std::uint32_t> bound = held.binding->strandsOf(moved);
-    std::set_union(bound.begin(), bound.end(), strands->strands.begin(), strands->strands.end(),
+    const std::vector<std::uint32_t> follow = held->binding->strandsOf(moved);
+    std::set_union(follow.begin(), follow.end(), strands->strands.begin(), strands->strands.end(),
                    std::back_inserter(changes->strands));
     return changes;
   }
 
  private:
-  struct State {
-    std::shared_ptr<const GuideBinding> binding;
-    std::vector<std::int32_t> strandRegions;  // empty without a region map
-  };
-
   /// The guides that have a curve; the set itself where all do.
   static GuideSetPtr usableGuides(GuideSetPtr guides) {
     if (!guides) return guides;
     const auto usable = [](const Guide& g) {
-      return g.points.size() >= 2 && isFinite(g.points.front());
+      return g.points.size() >= 2 &&
+             std::all_of(g.points.begin(), g.points.end(), [](Vec3f p) { return isFinite(p); });
     };
     if (std::all_of(guides->guides.begin(), guides->guides.end(), usable)) return guides;
     auto kept = std::make_shared<GuideSet>();
@@ -350,9 +344,15 @@ class InterpolateOp final : public StrandOperator {
            std::clamp(edgeFade * (1.0f - x), 0.0f, 1.0f);
   }
 
+  /// The direction up at the surface nearest to a strand that is not rooted.
+  static Vec3f normalNear(const ScalpMesh* surface, Vec3f position) {
+    const SurfaceHit hit = surface ? surface->closestPoint(position) : SurfaceHit{};
+    return hit.root.face >= 0 ? surface->normalAt(hit.root) : Vec3f{0.0f, 1.0f, 0.0f};
+  }
+
   /// The binding, from the last evaluation where it still holds.
-  State prepare(const StrandSet& in, const GuideSetPtr& guides, const ScalpMeshPtr& scalp,
-                const EvalContext& context) {
+  std::shared_ptr<const Bound> boundTo(const StrandSet& in, const GuideSetPtr& guides,
+                                       const ScalpMeshPtr& scalp, const EvalContext& context) {
     BindingKey key;
     key.guides = guides;
     key.scalp = scalp ? scalp : context.surface;
@@ -362,40 +362,46 @@ class InterpolateOp final : public StrandOperator {
     key.settings.neighbors = static_cast<int>(parameters.integer("neighbors"));
     key.settings.reach = static_cast<float>(parameters.number("reach"));
     key.settings.power = static_cast<float>(parameters.number("power"));
-    key.settings.limitDistance = static_cast<float>(parameters.number("limitDistance"));
+    key.settings.farthest = reachOf(static_cast<float>(parameters.number("limitDistance")));
     key.followSurface = parameters.boolean("followSurface") && scalp != nullptr;
     key.regionMap = parameters.text("regionMap");
     key.regionKey = colorMapKey(key.regionMap, context);
+    if (!key.regionMap.empty() && key.scalp) {
+      key.regionKey = hashCombine(key.regionKey, key.scalp->colorsHash());
+    }
+    std::shared_ptr<const Bound> held;
     {
       const std::lock_guard lock(mutex_);
-      if (binding_ && holds(key, in)) {
-        key_.guides = guides;  // the newest shapes, so that a later check is by pointer
-        return {binding_, strandRegions_};
-      }
+      held = bound_;
     }
-    State state = bind(in, key, context);
-    key.roots.shareIdsFrom(in);
-    key.roots.shareRootsFrom(in);
+    if (held && holds(held->key, key, in)) return held;
+    const auto made = std::make_shared<Bound>(bind(in, std::move(key), context));
     const std::lock_guard lock(mutex_);
-    key_ = std::move(key);
-    binding_ = state.binding;
-    strandRegions_ = state.strandRegions;
-    return state;
+    bound_ = made;
+    return made;
   }
 
-  bool holds(const BindingKey& key, const StrandSet& in) const {
-    return key_.settings == key.settings && key_.followSurface == key.followSurface &&
-           key_.regionMap == key.regionMap && key_.regionKey == key.regionKey &&
-           key_.parts == key.parts && sameScalp(key_.scalp, key.scalp) &&
-           sameGuideRoots(*key_.guides, *key.guides) && sameRoots(key_.roots, in);
+  /// A limit in powers of two, so that dragging it seldom binds anew.
+  static float reachOf(float limit) {
+    if (!(limit > 0.0f)) return 0.0f;
+    int exponent = 0;
+    std::frexp(std::min(limit, 1e30f), &exponent);
+    return std::ldexp(1.0f, exponent);
+  }
+
+  static bool holds(const BindingKey& held, const BindingKey& key, const StrandSet& in) {
+    return held.settings == key.settings && held.followSurface == key.followSurface &&
+           held.regionMap == key.regionMap && held.regionKey == key.regionKey &&
+           held.parts == key.parts && sameScalp(held.scalp, key.scalp) &&
+           sameGuideRoots(*held.guides, *key.guides) && sameRoots(held.roots, in);
   }
 
   static bool sameScalp(const ScalpMeshPtr& a, const ScalpMeshPtr& b) {
     return a == b || (a && b && a->pointsHash() == b->pointsHash());
   }
 
-  State bind(const StrandSet& in, const BindingKey& key, const EvalContext& context) {
-    State state;
+  static Bound bind(const StrandSet& in, BindingKey key, const EvalContext& context) {
+    Bound bound;
     const ScalpMesh* surface = key.scalp.get();
     const std::size_t strands = in.strandCount();
     std::vector<Vec3f> roots(strands);
@@ -418,9 +424,11 @@ class InterpolateOp final : public StrandOperator {
     }
     const PartCrossing parts =
         key.parts && surface ? PartCrossing(*key.parts, *surface) : PartCrossing();
-    Regions regions;
-    if (const auto map = openColorMap(key.regionMap, context)) {
-      regions = findRegions(*map, in, guideSurfaceRoots);
+    ColorRegions regions;
+    if (const auto map =
+            openColorMap(key.regionMap, key.scalp, context,
+                         "a guide layer holds numbers, not the colors that regions are told by")) {
+      regions = findColorRegions(*map, guideSurfaceRoots, in.roots());
     }
     BindingInput input;
     input.strandRoots = roots;
@@ -431,66 +439,24 @@ class InterpolateOp final : public StrandOperator {
     input.guideRegions = regions.ofGuides;
     input.surface = key.followSurface ? surface : nullptr;
     input.parts = parts.empty() ? nullptr : &parts;
-    state.binding = bindToGuides(input, key.settings);
-    state.strandRegions = std::move(regions.ofStrands);
-    return state;
+    bound.binding = bindToGuides(input, key.settings);
+    bound.strandRegions = std::move(regions.ofStrands);
+    key.roots.shareIdsFrom(in);
+    key.roots.shareRootsFrom(in);
+    bound.key = std::move(key);
+    return bound;
   }
 
-  static Regions findRegions(const ColorMap& map, const StrandSet& in,
-                             const std::vector<StrandRoot>& guideRoots) {
-    Regions regions;
-    const auto nearest = [&](Vec3f color) {
-      std::int32_t best = -1;
-      float bestDistance = 0.0f;
-      for (std::size_t r = 0; r < regions.colors.size(); ++r) {
-        const float d = distance(color, regions.colors[r]);
-        if (best < 0 || d < bestDistance) {
-          best = static_cast<std::int32_t>(r);
-          bestDistance = d;
-        }
-      }
-      return std::pair(best, bestDistance);
-    };
-    for (const StrandRoot root : guideRoots) {
-      const Vec3f color = map.at(root);
-      auto [region, away] = nearest(color);
-      if (region < 0 || away > sameColor) {
-        region = static_cast<std::int32_t>(regions.colors.size());
-        regions.colors.push_back(color);
-      }
-      regions.ofGuides.push_back(region);
+  std::shared_ptr<const ClearanceField> clearanceOf(const ScalpMeshPtr& scalp) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (field_ && sameScalp(fieldScalp_, scalp)) return field_;
     }
-    // A colour that lies between two regions' is soft paint and joins the nearer; one off every
-    // line between two is a region of its own that no guide is rooted on.
-    const auto regionOf = [&](Vec3f color) {
-      const auto [region, away] = nearest(color);
-      if (away <= 0.05f) return region;
-      for (const Vec3f a : regions.colors) {
-        for (const Vec3f b : regions.colors) {
-          const Vec3f way = b - a;
-          const float size = lengthSquared(way);
-          if (!(size > 0.0f)) continue;
-          const float t = std::clamp(dot(color - a, way) / size, 0.0f, 1.0f);
-          if (distance(color, a + way * t) <= 0.05f) return region;
-        }
-      }
-      return -1;
-    };
-    regions.ofStrands.resize(in.strandCount());
-    parallelRange(0, in.strandCount(), grain, [&](std::size_t first, std::size_t last) {
-      for (std::size_t i = first; i < last; ++i)
-        regions.ofStrands[i] = regionOf(map.at(in.roots()[i]));
-    });
-    return regions;
-  }
-
-  const ClearanceField* clearanceOf(const ScalpMeshPtr& scalp) {
+    const auto field = std::make_shared<const ClearanceField>(scalp);
     const std::lock_guard lock(mutex_);
-    if (!field_ || !sameScalp(fieldScalp_, scalp)) {
-      field_ = std::make_shared<const ClearanceField>(scalp);
-      fieldScalp_ = scalp;
-    }
-    return field_.get();
+    field_ = field;
+    fieldScalp_ = scalp;
+    return field;
   }
 
   static std::vector<Vec3f> guideNormals(const GuideSet& guides, const ScalpMesh* surface) {
@@ -596,9 +562,7 @@ class InterpolateOp final : public StrandOperator {
   }
 
   std::mutex mutex_;
-  BindingKey key_;
-  std::shared_ptr<const GuideBinding> binding_;
-  std::vector<std::int32_t> strandRegions_;
+  std::shared_ptr<const Bound> bound_;
   ScalpMeshPtr fieldScalp_;
   std::shared_ptr<const ClearanceField> field_;
 };

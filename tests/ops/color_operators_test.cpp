@@ -234,7 +234,8 @@ TEST(HairColor, HueSaturationAndRednessStayWithinTheirRandomness) {
   EXPECT_NEAR(farthest, 0.1f, 0.01f);  // half a turn either way at 1
   EXPECT_NEAR(palest, 0.5f, 0.02f);
   op->parameters.set("rednessRandom", 0.15);
-  const auto& redness = *fixture.run(*op, strands)->strandChannel("melaninRedness");
+  const StrandSetPtr red = fixture.run(*op, strands);
+  const auto& redness = *red->strandChannel("melaninRedness");
   const auto [low, high] = std::minmax_element(redness.begin(), redness.end());
   EXPECT_NEAR(*low, 0.05f, 0.01f);
   EXPECT_NEAR(*high, 0.35f, 0.01f);
