@@ -27,6 +27,7 @@ class MeshRefiner {
   SubdivisionPlanPtr plan_;
   int level_ = 0;
   bool matched_ = false;
+  std::string from_;  // where the matched level comes from
 };
 
 }  // namespace kestrane

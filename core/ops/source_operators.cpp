@@ -1,6 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The Kestrane authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <algorithm>
+#include <climits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -167,9 +169,10 @@ class GuidesOp final : public DeclaredOperator {
       return groups;
     };
     const auto wanted = groupsNamed("group", "");
+    const auto level =
+        static_cast<int>(std::clamp<std::int64_t>(parameters.integer("level", -1), -1, INT_MAX));
     GuideSet guides =
-        wanted.empty() ? hierarchy->guidesAtLevel(static_cast<int>(parameters.integer("level", -1)))
-                       : hierarchy->guidesOfGroups(wanted);
+        wanted.empty() ? hierarchy->guidesAtLevel(level) : hierarchy->guidesOfGroups(wanted);
     const auto unwanted = groupsNamed("exclude", " to exclude");
     if (!unwanted.empty()) guides = hierarchy->withoutGroups(std::move(guides), unwanted);
     return std::make_shared<const GuideSet>(std::move(guides));
