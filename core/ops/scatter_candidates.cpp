@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 
 #include "core/base/hash.h"
@@ -98,16 +99,41 @@ namespace {
 struct GridTriangle {
   Vec2f a, b, c;
   double area = 0.0;  // twice it, signed
-  std::int64_t firstRow = 0, lastRow = -1, firstColumn = 0, lastColumn = -1;
+  std::int64_t firstRow = 0, lastRow = -1;
 
-  GridTriangle(const std::vector<Vec2f>& uvs, std::size_t triangle, std::int64_t rows,
-               std::int64_t columns)
+  GridTriangle(const std::vector<Vec2f>& uvs, std::size_t triangle, std::int64_t rows)
       : a(uvs[3 * triangle]), b(uvs[3 * triangle + 1]), c(uvs[3 * triangle + 2]) {
     area = product(b, c, a);
     if (!std::isfinite(area) || area == 0.0) return;
-    cellRange(std::min({a.x, b.x, c.x}), std::max({a.x, b.x, c.x}), columns, firstColumn,
-              lastColumn);
     cellRange(std::min({a.y, b.y, c.y}), std::max({a.y, b.y, c.y}), rows, firstRow, lastRow);
+  }
+
+  /// The columns that it may cover in a row.
+  void columnsIn(std::int64_t row, std::int64_t rows, std::int64_t columns, std::int64_t& first,
+                 std::int64_t& last) const {
+    // Points of a row stray from its middle by half a row at most; a little more for rounding.
+    const double bottom = (static_cast<double>(row) - 0.01) / static_cast<double>(rows);
+    const double top = (static_cast<double>(row) + 1.01) / static_cast<double>(rows);
+    double low = std::numeric_limits<double>::max(), high = -low;
+    const auto take = [&](double x) {
+      low = std::min(low, x);
+      high = std::max(high, x);
+    };
+    const Vec2f corners[] = {a, b, c};
+    for (std::size_t k = 0; k < 3; ++k) {
+      const Vec2f p = corners[k], q = corners[(k + 1) % 3];
+      const double py = p.y, qy = q.y;
+      if (py >= bottom && py <= top) take(p.x);
+      for (const double y : {bottom, top}) {
+        if ((py < y) == (qy < y)) continue;
+        take(p.x + (static_cast<double>(q.x) - p.x) * ((y - py) / (qy - py)));
+      }
+    }
+    if (low > high) {
+      first = 0, last = -1;
+      return;
+    }
+    cellRange(low, high, columns, first, last);
   }
 
   /// Whether the point lies in it; fills the weights of the second and third corner.
@@ -124,14 +150,12 @@ struct GridTriangle {
     return (static_cast<double>(p.x) - from.x) * (static_cast<double>(q.y) - from.y) -
            (static_cast<double>(q.x) - from.x) * (static_cast<double>(p.y) - from.y);
   }
-  static void cellRange(float low, float high, std::int64_t count, std::int64_t& first,
+  static void cellRange(double low, double high, std::int64_t count, std::int64_t& first,
                         std::int64_t& last) {
     // A jittered point strays from its cell's middle by half a cell at most.
     const double scale = static_cast<double>(count);
-    first = static_cast<std::int64_t>(
-        std::clamp(std::floor(static_cast<double>(low) * scale) - 1.0, 0.0, scale));
-    last = static_cast<std::int64_t>(
-        std::clamp(std::floor(static_cast<double>(high) * scale) + 1.0, -1.0, scale - 1.0));
+    first = static_cast<std::int64_t>(std::clamp(std::floor(low * scale) - 1.0, 0.0, scale));
+    last = static_cast<std::int64_t>(std::clamp(std::floor(high * scale) + 1.0, -1.0, scale - 1.0));
   }
 };
 
@@ -173,24 +197,26 @@ GridCandidates scatterUvGrid(const ScalpMesh& mesh, std::int64_t rows, std::int6
   std::vector<std::vector<std::uint32_t>> bands(
       static_cast<std::size_t>((rows + bandRows - 1) / bandRows));
   for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
-    const GridTriangle triangle(uvs, t, rows, columns);
+    const GridTriangle triangle(uvs, t, rows);
     for (std::int64_t band = triangle.firstRow / bandRows; band * bandRows <= triangle.lastRow;
          ++band) {
       bands[static_cast<std::size_t>(band)].push_back(static_cast<std::uint32_t>(t));
     }
   }
   std::vector<StrandRoot> cells(static_cast<std::size_t>(rows * columns));
-  parallelRange(0, bands.size(), 1, [&](std::size_t first, std::size_t last) {
-    for (std::size_t band = first; band < last; ++band) {
+  parallelRange(0, bands.size(), 1, [&](std::size_t firstBand, std::size_t lastBand) {
+    for (std::size_t band = firstBand; band < lastBand; ++band) {
       const std::int64_t low = static_cast<std::int64_t>(band) * bandRows;
       const std::int64_t high = std::min(low + bandRows, rows) - 1;
       std::vector<FreeColumns> free(static_cast<std::size_t>(high - low + 1), FreeColumns(columns));
       for (const std::uint32_t t : bands[band]) {
-        const GridTriangle triangle(uvs, t, rows, columns);
+        const GridTriangle triangle(uvs, t, rows);
         for (std::int64_t row = std::max(low, triangle.firstRow);
              row <= std::min(high, triangle.lastRow); ++row) {
           FreeColumns& left = free[static_cast<std::size_t>(row - low)];
-          for (std::int64_t column = left.from(triangle.firstColumn); column <= triangle.lastColumn;
+          std::int64_t first, last;
+          triangle.columnsIn(row, rows, columns, first, last);
+          for (std::int64_t column = left.from(first); column <= last;
                column = left.from(column + 1)) {
             StrandRoot root{static_cast<std::int32_t>(t), 0.0f, 0.0f};
             if (!triangle.covers(placeOf(row, column), root)) continue;

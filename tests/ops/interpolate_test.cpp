@@ -3,13 +3,8 @@
 
 #include <set>
 
-#include "core/base/parallel.h"
 #include "core/data/polyline.h"
 #include "core/guides/parts.h"
-#include "core/ops/clearance_field.h"
-#include "core/ops/guide_binding.h"
-#include "core/ops/guide_lookup.h"
-#include "core/ops/surface_reach.h"
 #include "tests/ops/ops_fixtures.h"
 
 namespace kestrane {
@@ -248,214 +243,84 @@ TEST(Interpolate, RegionsBlendOnlyTheirOwnGuides) {
                       "> New... makes a map)");
 }
 
-BindingInput inputOf(const std::vector<Vec3f>& roots, const std::vector<std::int32_t>& faces,
-                     const std::vector<Vec3f>& guides) {
-  BindingInput input;
-  input.strandRoots = roots;
-  input.strandFaces = faces;
-  input.guideRoots = guides;
-  return input;
-}
-
-TEST(GuideBinding, WeightsSumToOneAndReachIsRespected) {
-  std::vector<Vec3f> guides, roots;
-  for (int i = 0; i < 60; ++i) {
-    guides.push_back({10 * unitFloat(mix64(static_cast<std::uint64_t>(i))), 0,
-                      10 * unitFloat(mix64(static_cast<std::uint64_t>(i) + 500))});
-  }
-  for (std::uint64_t i = 0; i < 3000; ++i) {
-    roots.push_back({12 * unitFloat(mix64(i + 1000)) - 1, 0, 12 * unitFloat(mix64(i + 9000)) - 1});
-  }
-  const std::vector<std::int32_t> faces(roots.size(), -1);
-  for (const int neighbors : {1, 2, 3, 8}) {
-    const auto binding = bindToGuides(inputOf(roots, faces, guides), {neighbors, 1.5f, 2.0f, 1.0f});
-    for (std::size_t i = 0; i < roots.size(); ++i) {
-      float sum = 0.0f, nearest = 1e9f;
-      for (std::size_t e = binding->begin(i); e < binding->end(i); ++e) sum += binding->weight(e);
-      EXPECT_NEAR(sum, 1.0f, 1e-3f);
-      for (const Vec3f g : guides) nearest = std::min(nearest, distance(g, roots[i]));
-      EXPECT_NEAR(binding->distance[i], nearest, 1e-5f);
-      if (neighbors == 1) {
-        EXPECT_EQ(binding->end(i) - binding->begin(i), 1u);
-        EXPECT_EQ(binding->weights[binding->begin(i)], 65535);
-      }
+TEST(Interpolate, RepaintedRegionsAreSeenAndTheirChannelIsOptional) {
+  OpsFixture fixture;
+  const auto paint = [&](float red) {
+    auto mesh = std::make_shared<ScalpMesh>(*fixture.scalp);
+    std::vector<Vec4f> colors;
+    for (std::size_t t = 0; t < mesh->triangleCount(); ++t) {
+      const bool right = mesh->positionAt({static_cast<std::int32_t>(t), 0.3f, 0.3f}).x > 0;
+      for (int k = 0; k < 3; ++k) colors.push_back({right ? red : 0.0f, 0, right ? 0.0f : 1.0f, 1});
     }
-  }
+    mesh->setColorSet("sides", colors);
+    fixture.scalp = mesh;
+    fixture.context.surface = mesh;
+  };
+  paint(1.0f);
+  const auto op = fixture.make("Interpolate");
+  op->parameters.set("regionMap", std::string("sides"));
+  const StrandSet strands = fixture.rootedStrands(300);
+  const auto fresh = [&] {
+    const auto other = fixture.make("Interpolate");
+    other->parameters = op->parameters;
+    return fixture.run(*other, strands);
+  };
+  const StrandSetPtr before = fixture.run(*op, strands);
+  // Both sides in one colour: all guides are one region.
+  auto plain = std::make_shared<ScalpMesh>(*fixture.scalp);
+  plain->setColorSet("sides", std::vector<Vec4f>(3 * plain->triangleCount(), Vec4f{0, 1, 0, 1}));
+  fixture.scalp = plain;
+  fixture.context.surface = plain;
+  const StrandSetPtr after = fixture.run(*op, strands);
+  test::expectSameStrands(*after, *fresh());
+  EXPECT_NE(*after->strandChannel("region"), *before->strandChannel("region"));
+  op->parameters.set("regionChannel", std::string());
+  EXPECT_EQ(fixture.run(*op, strands)->strandChannel("region"), nullptr);
+  op->parameters.set("regionMap", std::string("curliness"));
+  fixture.expectError(*op, strands,
+                      "map 'curliness': a guide layer holds numbers, not the colors that regions "
+                      "are told by");
 }
 
-TEST(GuideBinding, ChangesSmoothlyOverTheScalp) {
-  std::vector<Vec3f> guides, roots;
-  for (int i = 0; i < 40; ++i) {
-    guides.push_back({10 * unitFloat(mix64(static_cast<std::uint64_t>(i))), 0,
-                      10 * unitFloat(mix64(static_cast<std::uint64_t>(i) + 500))});
+TEST(Interpolate, OpposedGuidesStretchAStrandToTwiceAtMost) {
+  OpsFixture fixture;
+  auto guides = std::make_shared<GuideSet>();
+  const Vec3f root = fixture.scalp->closestPoint({0, 20, 0}).position;
+  for (const float way : {-1.0f, 1.0f}) {
+    Guide guide;
+    guide.id = way < 0 ? 1 : 2;
+    guide.points = {root + Vec3f{0.5f * way, 0, 0}, root + Vec3f{0.5f * way + 3.0f * way, 0.3f, 0}};
+    guides->guides.push_back(std::move(guide));
   }
-  constexpr int steps = 20000;
-  for (int i = 0; i <= steps; ++i) {
-    const float t = static_cast<float>(i) / steps;
-    roots.push_back({14 * t - 2, 0, 5 + 2 * std::sin(9 * t)});
-  }
-  const std::vector<std::int32_t> faces(roots.size(), -1);
-  const auto binding = bindToGuides(inputOf(roots, faces, guides), {});
-  std::vector<float> last(guides.size(), -1.0f);
-  for (std::size_t i = 0; i < roots.size(); ++i) {
-    std::vector<float> weights(guides.size(), 0.0f);
-    for (std::size_t e = binding->begin(i); e < binding->end(i); ++e) {
-      weights[binding->guide(e)] = binding->weight(e);
-    }
-    if (i > 0) {
-      for (std::size_t g = 0; g < guides.size(); ++g) {
-        EXPECT_LT(std::abs(weights[g] - last[g]), 0.05f) << "step " << i << " guide " << g;
-      }
-    }
-    last = weights;
-  }
+  fixture.guides = guides;
+  StrandSet strands;
+  const SurfaceHit hit = fixture.scalp->closestPoint(root);
+  strands.addStrand(1, hit.root, std::vector<Vec3f>(9, hit.position));
+  const auto lengthAt = [&](bool preserve) {
+    const auto op = fixture.make("Interpolate");
+    op->parameters.set("keepClearance", false);
+    op->parameters.set("preserveLength", preserve);
+    return polylineLength(fixture.run(*op, strands)->strandPoints(0));
+  };
+  EXPECT_NEAR(lengthAt(true), 2.0f * lengthAt(false), 1e-3f);
+  EXPECT_LT(lengthAt(true), 2.5f);
 }
 
-TEST(GuideBinding, LivesThroughCoincidentFewAndManyGuides) {
-  const std::vector<Vec3f> roots{{0, 0, 0}, {1, 0, 0}, {5, 0, 0}};
-  const std::vector<std::int32_t> faces(3, -1);
-  const std::vector<Vec3f> one{{2, 0, 0}};
-  const auto alone = bindToGuides(inputOf(roots, faces, one), {});
-  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(alone->weights[alone->begin(i)], 65535);
-  const std::vector<Vec3f> pile(9, Vec3f{1, 0, 0});
-  const auto piled = bindToGuides(inputOf(roots, faces, pile), {});
-  for (std::size_t i = 0; i < 3; ++i) {
-    float sum = 0.0f;
-    for (std::size_t e = piled->begin(i); e < piled->end(i); ++e) sum += piled->weight(e);
-    EXPECT_NEAR(sum, 1.0f, 1e-3f);
+TEST(Interpolate, NeedsStrandsAndLeavesBrokenGuidesOut) {
+  OpsFixture fixture;
+  const auto op = fixture.make("Interpolate");
+  try {
+    op->evaluate(fixture.context, std::vector<GraphValue>(3));
+    ADD_FAILURE();
+  } catch (const GraphError& error) {
+    EXPECT_STREQ(error.what(), "Interpolate: strands input not connected");
   }
-  std::vector<Vec3f> many;
-  for (int i = 0; i < 70000; ++i) {
-    many.push_back({static_cast<float>(i % 300), 0, static_cast<float>(i / 300)});
-  }
-  const auto wide = bindToGuides(inputOf(roots, faces, many), {});
-  EXPECT_TRUE(wide->wide);
-  // The inverse lists exactly the strands bound to a guide.
-  for (const std::uint32_t g : {0u, 1u, 5u, 69999u}) {
-    const std::vector<std::uint32_t> listed = wide->strandsOf(std::vector<std::uint32_t>{g});
-    for (std::uint32_t i = 0; i < 3; ++i) {
-      bool bound = false;
-      for (std::size_t e = wide->begin(i); e < wide->end(i); ++e) bound |= wide->guide(e) == g;
-      EXPECT_EQ(std::count(listed.begin(), listed.end(), i), bound ? 1 : 0);
-    }
-  }
-}
-
-TEST(GuideLookup, MissesNoGuideThatReaches) {
-  std::vector<Vec3f> roots;
-  std::vector<float> reaches;
-  for (std::uint64_t i = 0; i < 200; ++i) {
-    roots.push_back({unitFloat(mix64(i)), unitFloat(mix64(i + 300)), unitFloat(mix64(i + 600))});
-    reaches.push_back(i % 17 == 0 ? 0.8f : 0.05f + 0.1f * unitFloat(mix64(i + 900)));
-  }
-  const GuideLookup lookup(roots, reaches);
-  for (std::uint64_t i = 0; i < 3000; ++i) {
-    const Vec3f p = Vec3f{unitFloat(mix64(i + 5000)), unitFloat(mix64(i + 15000)),
-                          unitFloat(mix64(i + 25000))} *
-                        1.6f -
-                    Vec3f{0.3f, 0.3f, 0.3f};
-    const auto found = lookup.at(p);
-    EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
-    for (std::uint32_t g = 0; g < roots.size(); ++g) {
-      if (distance(p, roots[g]) < reaches[g]) {
-        EXPECT_TRUE(std::binary_search(found.begin(), found.end(), g));
-      }
-    }
-  }
-}
-
-TEST(SurfaceReach, IsStraightOnASmoothSurfaceAndLongAcrossAFold) {
-  const OpsFixture fixture;
-  const StrandRoot seed = fixture.scalp->closestPoint({0, 10, 0}).root;
-  const SurfaceReach smooth(*fixture.scalp, std::vector<StrandRoot>{seed},
-                            std::vector<float>{8.0f});
-  SurfaceReach::Face face;
-  for (const float angle : {0.1f, 0.3f, 0.5f}) {
-    const SurfaceHit hit =
-        fixture.scalp->closestPoint(Vec3f{std::sin(angle), std::cos(angle), 0} * 10.0f);
-    smooth.enter(hit.root.face, face);
-    const float straight = distance(hit.position, fixture.scalp->positionAt(seed));
-    EXPECT_NEAR(smooth.distanceTo(face, hit.position, 0, straight), straight, 0.02f * straight);
-  }
-  // Two sheets of a folded strip, 1 apart and joined 10 away.
-  std::vector<Vec3f> points;
-  std::vector<ScalpMesh::Triangle> triangles;
-  for (int i = 0; i <= 40; ++i) {
-    const float along = i <= 20 ? 0.5f * static_cast<float>(i) : 0.5f * static_cast<float>(40 - i);
-    const float height = i <= 20 ? 0.0f : 1.0f;
-    points.push_back({along, height, 0});
-    points.push_back({along, height, 1});
-    if (i == 0) continue;
-    const int b = 2 * i;
-    triangles.push_back({b - 2, b, b - 1});
-    triangles.push_back({b - 1, b, b + 1});
-  }
-  const ScalpMesh fold(points, triangles);
-  const StrandRoot below = fold.closestPoint({1, 0, 0.5f}).root;
-  const SurfaceReach folded(fold, std::vector<StrandRoot>{below}, std::vector<float>{100.0f});
-  const SurfaceHit above = fold.closestPoint({1, 1, 0.5f});
-  folded.enter(above.root.face, face);
-  EXPECT_GT(folded.distanceTo(face, above.position, 0, 1.0f), 10.0f);
-}
-
-TEST(ClearanceField, KnowsTheHeightsAroundASphere) {
-  const OpsFixture fixture;
-  const ClearanceField field(fixture.scalp);
-  ClearanceField::Sample sample;
-  for (std::uint64_t i = 0; i < 500; ++i) {
-    const Vec3f way = normalize(Vec3f{unitFloat(mix64(i)) - 0.5f, unitFloat(mix64(i + 1000)) - 0.5f,
-                                      unitFloat(mix64(i + 2000)) - 0.5f},
-                                {0, 1, 0});
-    const SurfaceHit foot = fixture.scalp->closestPoint(way * 10.0f);
-    // Far off, where the grids are coarse, too.
-    for (const float height : {-6.0f, -0.6f, -0.2f, 0.0f, 0.3f, 0.9f, 2.0f, 7.0f, 24.0f}) {
-      const Vec3f at = foot.position + fixture.scalp->normalAt(foot.root) * height;
-      ASSERT_TRUE(field.find(at, sample)) << height;
-      EXPECT_NEAR(sample.height(), std::copysign(fixture.scalp->closestPoint(at).distance, height),
-                  0.12f + 0.02f * std::abs(height));
-      EXPECT_GT(dot(sample.up(), way), 0.9f);
-    }
-  }
-  for (const float nowhere : {1000.0f, NAN, INFINITY, -INFINITY}) {
-    EXPECT_FALSE(field.find({nowhere, 0, 0}, sample)) << nowhere;
-  }
-  EXPECT_FALSE(ClearanceField(std::make_shared<const ScalpMesh>()).find({}, sample));
-}
-
-TEST(ClearanceField, BesideABorderNothingIsKnown) {
-  const auto plain = std::make_shared<const ScalpMesh>(
-      std::vector<Vec3f>{{0, 0, 0}, {10, 0, 0}, {10, 0, 10}, {0, 0, 10}},
-      std::vector<ScalpMesh::Triangle>{{0, 2, 1}, {0, 3, 2}});
-  const ClearanceField field(plain);
-  ClearanceField::Sample sample;
-  ASSERT_TRUE(field.find({5, 0.3f, 5}, sample));
-  EXPECT_NEAR(sample.height(), 0.3f, 1e-3f);
-  ASSERT_TRUE(field.find({5, -3.0f, 5}, sample));
-  EXPECT_NEAR(sample.height(), -3.0f, 0.05f);
-  EXPECT_FALSE(field.find({13, 0.1f, 5}, sample));
-}
-
-/// Blocks are made by whoever comes first: the heights may not depend on who that is.
-TEST(ClearanceField, IsTheSameFromAllThreads) {
-  const OpsFixture fixture;
-  std::vector<float> heights[2];
-  for (const std::size_t threads : {1, 8}) {
-    const ClearanceField field(fixture.scalp);
-    std::vector<float>& found = heights[threads > 1];
-    found.resize(20000);
-    runWithThreads(threads, [&] {
-      parallelRange(0, found.size(), 1, [&](std::size_t first, std::size_t last) {
-        ClearanceField::Sample sample;
-        for (std::size_t i = first; i < last; ++i) {
-          const auto draw = [&](std::uint64_t n) { return 30.0f * unitFloat(hashCombine(i, n)); };
-          found[i] = field.find(Vec3f{draw(0), draw(1), draw(2)} - Vec3f{15, 15, 15}, sample)
-                         ? sample.height()
-                         : 1e9f;
-        }
-      });
-    });
-  }
-  EXPECT_EQ(heights[0], heights[1]);
+  auto guides = editable(fixture);
+  guides->guides[3].points[5].y = NAN;
+  guides->guides[4].points.resize(1);
+  fixture.guides = guides;
+  const StrandSetPtr grown = fixture.run(*op, fixture.rootedStrands(500));
+  EXPECT_TRUE(grown->extent().finite);
 }
 
 TEST(Interpolate, LiftsStrandsOutOfABulgeAndKeepsTheirLength) {

@@ -154,6 +154,119 @@ TEST(Scatter, AMapThinsAndAnExpressionSetsTheDensity) {
                       "guides, with the guides connected to this node");
 }
 
+/// The stream that IDs and roots come from, written out once more.
+TEST(Scatter, IdsAndRootsAreThoseOfTheStream) {
+  OpsFixture fixture;
+  // A triangle of area 50 and one without any.
+  fixture.scalp = std::make_shared<const ScalpMesh>(
+      std::vector<Vec3f>{{0, 0, 0}, {10, 0, 0}, {0, 0, 10}, {5, 0, 0}},
+      std::vector<ScalpMesh::Triangle>{{0, 3, 1}, {0, 2, 1}});
+  fixture.context.surface = fixture.scalp;
+  const auto op = fixture.make("Scatter");
+  op->parameters.set("density", 0.73);
+  op->parameters.set("seed", std::int64_t{-4});
+  const StrandSetPtr set = fixture.run(*op, {});
+  const std::uint64_t key = hashCombine(mix64(static_cast<std::uint64_t>(-4)), 1);
+  const std::size_t count = 36 + (0.5 > unitFloat(mix64(key)) ? 1 : 0);
+  ASSERT_EQ(set->strandCount(), count);
+  for (std::size_t j = 0; j < count; ++j) {
+    EXPECT_EQ(set->ids()[j], hashCombine(key, j));
+    const std::uint64_t r = mix64(set->ids()[j]);
+    const float a = std::sqrt(unitFloat(mix64(r + 0x3C6EF372FE94F82Aull)));
+    const float b = unitFloat(mix64(r + 0xDAA66D2C7DDF743Full));
+    EXPECT_EQ(set->roots()[j], (StrandRoot{1, (1.0f - b) * a, b * a}));
+  }
+  // A map thins by the strand's own draw.
+  op->parameters.set("density", MapRef{MapSource::expression, "0.73 * (x < 4)"});
+  std::vector<std::uint64_t> kept;
+  for (std::size_t j = 0; j < count; ++j) {
+    if (fixture.scalp->positionAt(set->roots()[j]).x < 4.0f) kept.push_back(set->ids()[j]);
+  }
+  const StrandSetPtr thinned = fixture.run(*op, {});
+  EXPECT_EQ(std::vector(thinned->ids().begin(), thinned->ids().end()), kept);
+}
+
+TEST(Scatter, FindsWhereAFormulaIsHighWithinATriangle) {
+  OpsFixture fixture;
+  auto quad = std::make_shared<ScalpMesh>(test::makeQuad());
+  fixture.scalp = quad;
+  fixture.context.surface = quad;
+  const double area = quad->area();
+  for (const char* middle : {"0.5", "0.4", "0.93"}) {
+    const auto op = fixture.make("Scatter");
+    op->parameters.set(
+        "density", MapRef{MapSource::expression,
+                          std::to_string(20000.0 / area) + " * (abs(u - " + middle + ") < 0.05)"});
+    const auto found = static_cast<double>(fixture.run(*op, {})->strandCount());
+    EXPECT_NEAR(found, 2000.0, 150.0) << middle;
+  }
+}
+
+TEST(Scatter, ReadsMapsOnTheMeshThatItGrowsOn) {
+  // Another mesh stands in the scene as the scalp; its colours must not count.
+  OpsFixture fixture;
+  auto scene = std::make_shared<ScalpMesh>(*fixture.scalp);
+  scene->setColorSet("where", std::vector<Vec4f>(3 * scene->triangleCount(), Vec4f{0, 0, 0, 1}));
+  fixture.context.surface = scene;
+  auto mesh = std::make_shared<ScalpMesh>(*fixture.scalp);
+  mesh->setColorSet("where", std::vector<Vec4f>(3 * mesh->triangleCount(), Vec4f{1, 1, 1, 1}));
+  fixture.scalp = mesh;
+  const auto op = fixture.make("Scatter");
+  op->parameters.set("density", MapRef{MapSource::colorSet, "where", MapComponent::r, 0, 5});
+  const double expected = 5.0 * mesh->area();
+  EXPECT_NEAR(static_cast<double>(fixture.run(*op, {})->strandCount()), expected, 0.1 * expected);
+}
+
+TEST(Scatter, OnlyWhatPlacesPlacesAnew) {
+  OpsFixture fixture;
+  const auto op = fixture.make("Scatter");
+  op->parameters.set("density", 10.0);
+  const auto fresh = [&](Operator& like) {
+    const auto other = fixture.make("Scatter");
+    other->parameters = like.parameters;
+    return fixture.run(*other, {});
+  };
+  const auto expectFresh = [&](Operator& kept) {
+    test::expectSameStrands(*fixture.run(kept, {}), *fresh(kept));
+  };
+  // Whatever was kept before, each setting gives what it gives alone.
+  for (const double randomness : {1.0, 0.0, 0.5, 1.0, 1.5}) {
+    op->parameters.set("randomness", randomness);
+    expectFresh(*op);
+    fixture.context.detail = 0.4f;
+    expectFresh(*op);
+    fixture.context.detail = 1.0f;
+  }
+  op->parameters.set("length", 3.0);
+  expectFresh(*op);
+  op->parameters.set("layout", std::string("uvGrid"));
+  for (const std::int64_t rows : {20, 30, 20}) {
+    op->parameters.set("gridRows", rows);
+    expectFresh(*op);
+  }
+  op->parameters.set("gridRandom", 1.0);
+  expectFresh(*op);
+  const auto successor = fixture.make("Scatter");
+  successor->parameters = op->parameters;
+  successor->adoptState(*op);
+  expectFresh(*successor);
+}
+
+TEST(Scatter, PreviewsObeyTheirBudgetAndPreviewAll) {
+  OpsFixture fixture;
+  const auto op = fixture.make("Scatter");
+  op->parameters.set("density", 20000.0 / fixture.scalp->area());
+  fixture.context.detail = 0.1f;
+  const StrandSetPtr few = fixture.run(*op, {});
+  EXPECT_NEAR(static_cast<double>(few->strandCount()), 5000.0, 300.0);  // the floor
+  op->parameters.set("previewAll", true);
+  const StrandSetPtr all = fixture.run(*op, {});
+  EXPECT_NEAR(static_cast<double>(all->strandCount()), 20000.0, 300.0);
+  fixture.resources.pointBudget = 9 * 8000;
+  const auto held = static_cast<double>(fixture.run(*op, {})->strandCount());
+  EXPECT_NEAR(held, 8000.0, 400.0);
+}
+
 TEST(Scatter, StaysNearGuidesWithinItsRadius) {
   OpsFixture fixture;
   const auto op = fixture.make("Scatter");
@@ -189,6 +302,59 @@ TEST(Scatter, AGridMakesOneRootPerCoveredCell) {
         cells.insert({static_cast<int>(std::round(row)), static_cast<int>(std::round(column))})
             .second);
   }
+  // IDs are the cells', and thinning goes by them.
+  const std::uint64_t stream = mix64(0);
+  std::set<std::uint64_t> ids;
+  for (const auto& [row, column] : cells) {
+    ids.insert(hashCombine(stream, static_cast<std::uint64_t>(30 * row + column)));
+  }
+  EXPECT_EQ(std::set(set->ids().begin(), set->ids().end()), ids);
+  op->parameters.set("density", MapRef{MapSource::expression, "3 * (v < 0.5)"});
+  std::set<std::uint64_t> lower;
+  for (std::size_t i = 0; i < set->strandCount(); ++i) {
+    if (fixture.scalp->uvAt(set->roots()[i]).y < 0.5f) lower.insert(set->ids()[i]);
+  }
+  const StrandSetPtr thinned = fixture.run(*op, {});
+  EXPECT_EQ(std::set(thinned->ids().begin(), thinned->ids().end()), lower);
+  // Jittered roots stay in their cells.
+  op->parameters.set("density", 1.0);
+  op->parameters.set("gridRandom", 1.0);
+  const StrandSetPtr jittered = fixture.run(*op, {});
+  EXPECT_GT(jittered->strandCount(), 400u);
+  for (std::size_t i = 0; i < jittered->strandCount(); ++i) {
+    const Vec2f uv = fixture.scalp->uvAt(jittered->roots()[i]);
+    const auto cell =
+        static_cast<std::uint64_t>(uv.y * 20.0f) * 30 + static_cast<std::uint64_t>(uv.x * 30.0f);
+    EXPECT_EQ(jittered->ids()[i], hashCombine(stream, cell)) << uv.x << ' ' << uv.y;
+  }
+  for (const ParamValue& none : {ParamValue(0.0), ParamValue(MapRef{MapSource::expression, "0"})}) {
+    op->parameters.set("density", none);
+    EXPECT_EQ(fixture.run(*op, {})->strandCount(), 0u);
+  }
+}
+
+/// Where triangles lie over each other in UV space the lowest has the cell, as many as there are.
+TEST(Scatter, GridsOverPiledTrianglesTakeTheLowestAndNoTime) {
+  std::vector<Vec3f> points;
+  std::vector<ScalpMesh::Triangle> triangles;
+  std::vector<Vec2f> uvs;
+  for (int i = 0; i < 20000; ++i) {
+    const auto first = static_cast<std::int32_t>(points.size());
+    const float y = static_cast<float>(i);
+    points.insert(points.end(), {{0, y, 0}, {1, y, 0}, {0, y, 1}});
+    triangles.push_back({first, first + 1, first + 2});
+    // The first covers a corner, all others the same half of the square.
+    const float size = i == 0 ? 0.5f : 1.0f;
+    uvs.insert(uvs.end(), {{0, 0}, {size, 0}, {0, size}});
+  }
+  ScalpMesh mesh(points, triangles);
+  mesh.setUvs(uvs);
+  const GridCandidates grid = scatterUvGrid(mesh, 400, 400, 0.0f, 1, 1.0f);
+  EXPECT_NEAR(static_cast<double>(grid.roots.size()), 80000.0, 500.0);
+  for (const StrandRoot root : grid.roots) EXPECT_LE(root.face, 1);
+  EXPECT_NEAR(static_cast<double>(std::count_if(grid.roots.begin(), grid.roots.end(),
+                                                [](StrandRoot root) { return root.face == 0; })),
+              20000.0, 300.0);
 }
 
 TEST(Scatter, RefusesWhatCannotBe) {
@@ -201,7 +367,14 @@ TEST(Scatter, RefusesWhatCannotBe) {
   auto op = with("density", 1e9);
   fixture.expectError(*op, {}, "Scatter: density would create more than 50M strands");
   op = with("density", std::numeric_limits<double>::infinity());
+  fixture.expectError(*op, {}, "Scatter: density would create more than 50M strands");
+  const ScalpMeshPtr sphere = fixture.scalp;
+  fixture.scalp =
+      std::make_shared<const ScalpMesh>(std::vector<Vec3f>{{0, 0, 0}, {INFINITY, 0, 0}, {0, 0, 1}},
+                                        std::vector<ScalpMesh::Triangle>{{0, 2, 1}});
+  op = with("density", 1.0);
   fixture.expectError(*op, {}, "Scatter: the density (or the scalp's area) is not a finite number");
+  fixture.scalp = sphere;
   op = with("layout", std::string("uvGrid"));
   op->parameters.set("gridRows", std::int64_t{20000});
   op->parameters.set("gridColumns", std::int64_t{20000});
@@ -219,10 +392,14 @@ TEST(Scatter, RefusesWhatCannotBe) {
   fixture.scalp = bare;
   op = with("layout", std::string("uvGrid"));
   fixture.expectError(*op, {}, "Scatter: the uvGrid layout needs the scalp's UVs");
-  fixture.guides = nullptr;
-  op = with("guideRadius", 1.0);
-  fixture.expectError(*op, {},
-                      "Scatter: guideRadius needs guides on the guides input (a Guides node)");
+  auto pointless = std::make_shared<GuideSet>();
+  pointless->guides.resize(2);
+  for (const GuideSetPtr& none : {GuideSetPtr(), GuideSetPtr(pointless)}) {
+    fixture.guides = none;
+    op = with("guideRadius", 1.0);
+    fixture.expectError(*op, {},
+                        "Scatter: guideRadius needs guides on the guides input (a Guides node)");
+  }
 }
 
 TEST(PreviewShare, KeepsSmallSetsWholeAndObeysTheBudget) {
