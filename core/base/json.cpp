@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <numeric>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -35,6 +38,30 @@ int nestingOf(std::string_view text) {
   return deepest;
 }
 
+using Member = std::pair<std::string, Json>;
+
+/// An object of members, emptied. Of members of one name the last value stands, in the first one's
+/// place. Adding them one by one would search all that are there for each name.
+Json objectOf(std::span<Member> members) {
+  std::vector<std::size_t> order(members.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  const auto nameOf = [&](std::size_t i) -> const std::string& { return members[i].first; };
+  std::ranges::sort(order, std::ranges::less(),
+                    [&](std::size_t i) { return std::pair(std::string_view(nameOf(i)), i); });
+  for (auto first = order.begin(); first != order.end();) {
+    const auto next = std::find_if(first, order.end(),
+                                   [&](std::size_t i) { return nameOf(i) != nameOf(*first); });
+    if (next - first > 1) members[*first].second = std::move(members[*(next - 1)].second);
+    while (++first != next) members[*first].second = Json::value_t::discarded;
+  }
+  Json::object_t object;
+  object.reserve(members.size());
+  for (auto& [name, value] : members) {
+    if (!value.is_discarded()) object.emplace_back(std::move(name), std::move(value));
+  }
+  return object;
+}
+
 /// Builds the tree from the parser's events, because a tree alone no longer tells how a number was
 /// spelled.
 class TreeBuilder final : public nlohmann::json_sax<Json> {
@@ -48,7 +75,7 @@ class TreeBuilder final : public nlohmann::json_sax<Json> {
   bool number_float(double value, const std::string& token) override {
     const bool isParam = !open_.empty() && open_.back().isParams;
     if (isParam && token.find_first_of(".eE") == std::string::npos) {
-      throw GraphError("param '" + key_ + "' is out of range for an integer");
+      throw GraphError("param '" + members_.back().first + "' is out of range for an integer");
     }
     return put(value);
   }
@@ -56,10 +83,15 @@ class TreeBuilder final : public nlohmann::json_sax<Json> {
   bool binary(Json::binary_t&) override { return false; }  // no text holds any
   bool start_object(std::size_t) override { return open(Json::object()); }
   bool key(std::string& name) override {
-    key_ = std::move(name);
+    members_.emplace_back(std::move(name), nullptr);
     return true;
   }
-  bool end_object() override { return close(); }
+  bool end_object() override {
+    const auto members = std::span(members_).subspan(open_.back().firstMember);
+    open_.back().value = objectOf(members);
+    members_.resize(members_.size() - members.size());
+    return close();
+  }
   bool start_array(std::size_t) override { return open(Json::array()); }
   bool end_array() override { return close(); }
   bool parse_error(std::size_t, const std::string&, const Json::exception& error) override {
@@ -67,37 +99,37 @@ class TreeBuilder final : public nlohmann::json_sax<Json> {
   }
 
  private:
-  /// An object or array that is not closed yet; its parents do not change meanwhile, so it stays in
-  /// its place.
+  /// An object or array that is not closed yet.
   struct Open {
-    Json* value;
+    Json value;
+    std::size_t firstMember;  // of an object, which stays empty until it is closed
     bool isParams;
   };
 
-  bool put(Json value) {
-    place(std::move(value));
-    return true;
-  }
+  bool isInObject() const { return !open_.empty() && open_.back().value.is_object(); }
   bool open(Json value) {
-    const bool isParams = !open_.empty() && open_.back().value->is_object() && key_ == "params";
-    const bool isObject = value.is_object();
-    open_.push_back({&place(std::move(value)), isParams && isObject});
+    const bool isParams = isInObject() && value.is_object() && members_.back().first == "params";
+    open_.push_back({std::move(value), members_.size(), isParams});
     return true;
   }
   bool close() {
+    Json closed = std::move(open_.back().value);
     open_.pop_back();
-    return true;
+    return put(std::move(closed));
   }
-  Json& place(Json&& value) {
-    if (open_.empty()) return root = std::move(value);
-    Json& holder = *open_.back().value;
-    if (holder.is_object()) return holder[std::move(key_)] = std::move(value);
-    holder.push_back(std::move(value));
-    return holder.back();
+  bool put(Json value) {
+    if (isInObject()) {
+      members_.back().second = std::move(value);
+    } else if (!open_.empty()) {
+      open_.back().value.push_back(std::move(value));
+    } else {
+      root = std::move(value);
+    }
+    return true;
   }
 
   std::vector<Open> open_;
-  std::string key_;  // of the value that comes next
+  std::vector<Member> members_;  // of all open objects, outermost first
 };
 
 }  // namespace

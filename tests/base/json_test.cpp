@@ -6,10 +6,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 
 #include "core/base/errors.h"
+#include "core/base/hash.h"
 #include "core/base/text.h"
 
 namespace kestrane {
@@ -82,6 +84,34 @@ TEST(Json, ReadsWhatTheLibraryReads) {
 
 TEST(Json, KeepsTheOrderOfKeys) {
   EXPECT_EQ(parseJson(" \t\r\n{\"z\": 1, \"a\": 2}\n").dump(), "{\"z\":1,\"a\":2}");
+}
+
+TEST(Json, LastOfRepeatedKeysStandsInTheFirstOnesPlace) {
+  EXPECT_EQ(
+      parseJson(R"({"b": 1, "a": {"x": 1}, "b": [2], "c": {}, "a": 3, "b": {"y": 4}})").dump(),
+      R"({"b":{"y":4},"a":3,"c":{}})");
+  std::string text = "{";
+  for (std::uint64_t i = 0; i < 500; ++i) {
+    if (i > 0) text += ",";
+    text += "\"" + std::to_string(mix64(i) % 200) + "\": " + std::to_string(i);
+  }
+  text += "}";
+  EXPECT_EQ(parseJson(text), Json::parse(text));
+}
+
+// Corrective layers have an object with a key for every guide.
+TEST(Json, ObjectsOfManyKeysTakeNoLongerThanArrays) {
+  std::string text = "{\"offsets\": {";
+  for (int i = 0; i < 200000; ++i) text += "\"" + std::to_string(i) + "\": [1.5, 0, 0],";
+  text += "\"last\": 1}}";
+  const auto start = std::chrono::steady_clock::now();
+  const Json document = parseJson(text);
+  // Searching all keys for each one would take minutes.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  const Json& offsets = document["offsets"];
+  EXPECT_EQ(offsets.size(), 200001u);
+  EXPECT_EQ(offsets.begin().key(), "0");
+  EXPECT_EQ(offsets["last"], 1);
 }
 
 TEST(Json, EveryCutOfADocumentIsAPlainError) {
