@@ -39,6 +39,15 @@ std::string readWholeFile(const std::string& path) {
   return bytes;
 }
 
+std::string followLinks(const std::string& path) {
+  std::error_code error;
+  fs::path target = path;
+  for (int links = 0; links < 40 && fs::is_symlink(fs::symlink_status(target, error)); ++links) {
+    target = target.parent_path() / fs::read_symlink(target, error);
+  }
+  return target.string();
+}
+
 OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
   std::error_code error;
   const fs::file_status status = fs::status(path_, error);
@@ -54,12 +63,8 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
 /// Opens a new file beside the target, which has this status.
 void OutputFile::openBeside(const fs::file_status& status) {
   std::error_code error;
-  // A link is followed, so that it keeps pointing at the file that it points at, there yet or not.
-  fs::path target = path_;
-  for (int links = 0; links < 40 && fs::is_symlink(fs::symlink_status(target, error)); ++links) {
-    target = target.parent_path() / fs::read_symlink(target, error);
-  }
-  target_ = target.string();
+  // A link is followed, so that it keeps pointing at the file that it points at.
+  target_ = followLinks(path_);
   if (fs::exists(status)) {
     // A file that is protected against writing is not replaced either.
     std::FILE* old = std::fopen(target_.c_str(), "r+b");
@@ -80,10 +85,7 @@ void OutputFile::openBeside(const fs::file_status& status) {
 
 OutputFile::~OutputFile() {
   if (file_ != nullptr) std::fclose(file_);
-  if (!temporaryPath_.empty()) {
-    std::error_code error;
-    fs::remove(temporaryPath_, error);
-  }
+  if (!temporaryPath_.empty()) std::remove(temporaryPath_.c_str());
 }
 
 void OutputFile::fail() const {

@@ -15,6 +15,9 @@ namespace kestrane {
 /// else (a folder or a device too), and for a file that has no room in memory.
 std::string readWholeFile(const std::string& path);
 
+/// The path that symbolic links at the end of this one lead to, there yet or not.
+std::string followLinks(const std::string& path);
+
 /// A file being written. The bytes go to a temporary file beside the target, which commit() moves
 /// into place, so that the target is either the old file or the whole new one. A target that exists
 /// and is no plain file (a device, a pipe) is written to directly and never replaced; one that may

@@ -11,6 +11,10 @@ namespace kestrane {
 /// The text without the characters " \t\r\n" at both ends.
 std::string_view trimmed(std::string_view text);
 
+/// The text with the replacement character for every byte that is no part of UTF-8, as a file name
+/// may hold.
+std::string utf8Text(std::string_view text);
+
 /// Appends the shortest decimal text that reads back as the same number, in the C locale. Whole
 /// numbers have no point, as std::to_chars writes them.
 void appendNumber(std::string& text, float value);
