@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
+#include <cstdio>
 #include <stdexcept>
 
 #include "core/base/array.h"
@@ -37,8 +37,7 @@ UsdSpool::UsdSpool(std::string declaration, std::string metadata, std::string pa
 
 UsdSpool::~UsdSpool() {
   std::fclose(file_);
-  std::error_code error;
-  std::filesystem::remove(path_, error);
+  std::remove(path_.c_str());
 }
 
 void UsdSpool::put(std::string_view text) {
@@ -112,7 +111,7 @@ char* writeUsd(char* out, std::int64_t value) {
 
 std::string usdQuoted(std::string_view text) {
   std::string quoted = "\"";
-  for (const char c : text) {
+  for (const char c : utf8Text(text)) {
     switch (c) {
       case '"':
       case '\\':

@@ -129,7 +129,8 @@ inline char* writeUsd(char* out, Vec3f value) {
   return out;
 }
 
-/// A text in quotes, with what would end it or break the line escaped.
+/// A text in quotes, with what would end it or break the line escaped, and replacement characters
+/// for what is no UTF-8.
 std::string usdQuoted(std::string_view text);
 
 /// The text as an identifier: letters, digits and underscores, no digit first, never empty. Each

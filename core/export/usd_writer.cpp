@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <new>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -122,7 +123,7 @@ void UsdWriter::fail() const {
 
 std::size_t UsdWriter::addSpool(std::string declaration, std::string metadata) {
   if (spoolBase_.empty()) {
-    spoolBase_ = path_;
+    spoolBase_ = followLinks(path_);
     // Beside a device or a pipe there may be no room for files.
     spoolsElsewhere_ = isNoPlainFile(path_);
     if (spoolsElsewhere_) {
@@ -240,6 +241,10 @@ void UsdWriter::writeFrame(double time, const StrandSet& strands, const UsdStran
   try {
     if (!anyFrame_) openSpools(strands);
     writeStrands(time, strands, values);
+  } catch (const std::bad_alloc&) {
+    failed_ = true;
+    spools_.clear();
+    throw;
   } catch (...) {
     failed_ = true;
     spools_.clear();
@@ -303,6 +308,8 @@ void UsdWriter::close() {
     writeSpools(0, strandSpoolsEnd_);
     write("    }\n}\n");
     file.commit();
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception&) {
     fail();
   }

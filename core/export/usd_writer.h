@@ -56,9 +56,10 @@ struct UsdMesh {
 /// Strands of fewer than two points are left out, since a curve needs two. IDs above 2^63 - 1 are
 /// written in two's complement. Channel names that are no identifiers are made ones.
 ///
-/// Every failure throws UsdError, leaves the target as it was and removes what was gathered:
-/// "cannot write 'PATH'", "frames must increase", "writeFrame after close". One thread uses a
-/// writer.
+/// A layer that cannot be written throws UsdError, leaves the target as it was and removes what was
+/// gathered: "cannot write 'PATH'". So does want of memory, as std::bad_alloc. Calls that cannot be
+/// throw and change nothing: UsdError "frames must increase", "writeFrame after close";
+/// std::invalid_argument for values that are not one per strand. One thread uses a writer.
 class UsdWriter {
  public:
   /// `name` of the root prim (made an identifier), `upAxis` Y or Z. Touches no file.
@@ -71,8 +72,8 @@ class UsdWriter {
 
   UsdOptions options;
 
-  /// Appends a sample. Times must increase. Throws std::invalid_argument where options ask for UVs
-  /// or colours and there is not one per strand.
+  /// Appends a sample. Times must increase. Where options ask for UVs or colours there is one per
+  /// strand.
   void writeFrame(double time, const StrandSet& strands, const UsdStrandValues& values = {});
 
   /// Writes the layer. Does nothing when called again.

@@ -7,11 +7,15 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <new>
+#include <optional>
 #include <thread>
 
 #include "core/base/errors.h"
@@ -20,6 +24,21 @@
 #include "core/export/usd_spool.h"
 #include "tests/support/groom_checks.h"
 #include "tests/support/temp_folder.h"
+
+/// While set, there is no memory for this program's own objects.
+static std::atomic<bool> memoryIsOut = false;
+
+void* operator new(std::size_t size) {
+  void* const memory = memoryIsOut ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace kestrane {
 namespace {
@@ -258,6 +277,15 @@ TEST_F(UsdLayers, ThreadsDoNotChangeTheText) {
   for (const std::size_t threads : {2u, 8u, 0u}) EXPECT_TRUE(layerWith(threads) == one) << threads;
 }
 
+TEST_F(UsdLayers, TextsThatAreNoUtf8AreMadeSo) {
+  UsdWriter writer(path, "a", 25, 1, "Y");
+  writer.options.note = "caf\xc3\xa9 caf\xe9 \xed\xa0\x80";
+  writer.close();
+  EXPECT_NE(
+      readWholeFile(path).find("Kestrane 0.2.0: caf\xc3\xa9 caf\uFFFD \uFFFD\uFFFD\uFFFD\"\n"),
+      std::string::npos);
+}
+
 TEST_F(UsdLayers, ChannelsHaveNamesOfTheirOwn) {
   StrandSet set = test::makeStrands(2, 2);
   for (const char* name : {"a b", "a_b", "st", "widths", "7up", "ÄÖ", "x:indices"}) {
@@ -358,8 +386,42 @@ TEST_F(UsdLayers, AFullDiskFailsAtAnyPointOfTheWriting) {
   std::signal(SIGXFSZ, previous);
 }
 
+TEST_F(UsdLayers, ALinkStaysAndNothingIsWrittenBesideIt) {
+  const std::string links = folder + "links/", link = links + "hair.usda";
+  fs::create_directories(links);
+  fs::create_symlink("../hair.usda", link);
+  UsdWriter writer(link, "hair", 24, 0.01, "Y");
+  writer.writeFrame(0, threeStrands());
+  EXPECT_EQ(std::distance(fs::directory_iterator(links), fs::directory_iterator()), 1);
+  EXPECT_GT(names().size(), 5u);
+  writer.close();
+  EXPECT_EQ(names(), (Names{"hair.usda", "links"}));
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_TRUE(fs::is_regular_file(path));
+}
+
+TEST_F(UsdLayers, WantOfMemoryIsToldAsSuch) {
+  const StrandSet set = test::makeStrands(3000, 8);
+  writeWholeFile(path, "old");
+  for (const bool atOpening : {true, false}) {
+    UsdWriter writer(path, "hair", 24, 0.01, "Y");
+    if (!atOpening) writer.writeFrame(0, set);
+    memoryIsOut = true;
+    EXPECT_THROW(atOpening ? writer.writeFrame(0, set) : writer.close(), std::bad_alloc);
+    memoryIsOut = false;
+    EXPECT_EQ(names(), Names{"hair.usda"});
+  }
+}
+
 TEST_F(UsdLayers, DevicesAndPipesAreWrittenToAndStay) {
   const StrandSet set = threeStrands();
+  // Beside these there may be no room for files, so that samples gather elsewhere.
+  const std::string elsewhere = folder + "elsewhere";
+  fs::create_directories(elsewhere);
+  const char* const found = std::getenv("TMPDIR");
+  const std::optional<std::string> before =
+      found ? std::optional<std::string>(found) : std::nullopt;
+  setenv("TMPDIR", elsewhere.c_str(), 1);
   const auto writeTo = [&](const std::string& target) {
     UsdWriter writer(target, "hair", 24, 0.01, "Y");
     return messageOf([&] {
@@ -381,10 +443,9 @@ TEST_F(UsdLayers, DevicesAndPipesAreWrittenToAndStay) {
   reader.join();
   EXPECT_EQ(received, readWholeFile(path));
   fs::remove(folder + "full");
-  EXPECT_EQ(names(), (Names{"hair.usda", "pipe"}));
-  for (const auto& entry : fs::directory_iterator(fs::temp_directory_path())) {
-    EXPECT_NE(entry.path().extension(), ".spool") << entry.path();
-  }
+  EXPECT_EQ(names(), (Names{"elsewhere", "hair.usda", "pipe"}));
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+  before ? setenv("TMPDIR", before->c_str(), 1) : unsetenv("TMPDIR");
 }
 
 TEST(UsdMesh, IsWrittenInFull) {

@@ -17,7 +17,7 @@ A summary is an object; each key is compared if it is there:
                uvs, colors, channels (an object from name to values)
 
 Numbers are compared exactly, as 32-bit floats; "nan", "inf" and "-inf" stand for themselves. An
-extent may differ in the last digits, and must also be the one that the library computes.
+extent must also be, but for the last digits, the one that the library computes.
 """
 
 import json

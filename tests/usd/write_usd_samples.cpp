@@ -4,6 +4,7 @@
 // Writes layers of every kind into a folder, each with a summary of what it should hold for
 // check_usd.py.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <exception>
@@ -13,6 +14,8 @@
 #include "core/base/file.h"
 #include "core/base/json.h"
 #include "core/export/usd_writer.h"
+#include "core/session/groom_session.h"
+#include "tests/session/groom_fixtures.h"
 #include "tests/support/groom_checks.h"
 
 namespace kestrane {
@@ -28,6 +31,15 @@ Json vectorJson(Vec3f a) {
   return {numberJson(a.x), numberJson(a.y), numberJson(a.z)};
 }
 
+/// The strands' own box, with half the largest width on all sides.
+Json extentJson(const StrandSet& set) {
+  const Extent box = set.extent();
+  float width = 0.0f;
+  for (const float each : set.widths()) width = std::max(width, each);
+  const Vec3f half{0.5f * width, 0.5f * width, 0.5f * width};
+  return {vectorJson(box.min - half), vectorJson(box.max + half)};
+}
+
 /// One frame as the layer should hold it: without strands of fewer than two points.
 Json frameJson(double time, const StrandSet& set, const UsdStrandValues& values,
                const std::vector<std::pair<std::string, std::string>>& channels) {
@@ -36,9 +48,11 @@ Json frameJson(double time, const StrandSet& set, const UsdStrandValues& values,
   if (!values.uvs.empty()) frame["uvs"] = Json::array();
   if (!values.colors.empty()) frame["colors"] = Json::array();
   for (const auto& [channel, name] : channels) frame["channels"][name] = Json::array();
+  std::vector<std::uint32_t> kept;
   for (std::size_t i = 0; i < set.strandCount(); ++i) {
     const std::size_t first = set.offsets()[i], last = set.offsets()[i + 1];
     if (last - first < 2) continue;
+    kept.push_back(static_cast<std::uint32_t>(i));
     frame["counts"].push_back(last - first);
     frame["ids"].push_back(static_cast<std::int64_t>(set.ids()[i]));
     if (!values.uvs.empty()) frame["uvs"].push_back({values.uvs[i].x, values.uvs[i].y});
@@ -58,7 +72,20 @@ Json frameJson(double time, const StrandSet& set, const UsdStrandValues& values,
       }
     }
   }
+  const StrandSet curves = set.subset(kept);
+  if (!kept.empty() && curves.extent().finite) frame["extent"] = extentJson(curves);
   return frame;
+}
+
+/// What a whole groom grows.
+StrandSet grownStrands() {
+  GroomSession session;
+  session.setGraph(GroomSession::defaultGraph());
+  session.setScalp(std::make_shared<const ScalpMesh>(test::makeGrid(4)));
+  session.setGuides(std::make_shared<const GuideHierarchy>(test::makeGuides()));
+  session.evaluate({});
+  if (!session.strands()) throw std::runtime_error("the groom gives no strands");
+  return *session.strands();
 }
 
 class Samples {
@@ -71,6 +98,12 @@ class Samples {
 
     StrandSet plain = test::makeStrands(300, 5);
     write("one_frame", {plain});
+
+    const StrandSet grown = grownStrands();
+    for (const auto& names : {grown.pointChannelNames(), grown.strandChannelNames()}) {
+      for (const std::string& name : names) channels_.emplace_back(name, name);
+    }
+    write("groom", {grown});
 
     StrandSet mixed = test::makeStrands(40, 9, 3);
     mixed.append(test::makeStrands(20, 1, 4));
