@@ -9,8 +9,6 @@
 
 namespace kestrane {
 
-namespace {
-
 namespace fs = std::filesystem;
 
 bool namesFile(const std::string& path) {
@@ -19,8 +17,6 @@ bool namesFile(const std::string& path) {
   const std::string pattern = udimPattern(path);
   return !pattern.empty() && !udimTiles(pattern).empty();
 }
-
-}  // namespace
 
 SearchPathResolver searchPathResolver(std::vector<std::string> folders) {
   return [folders = std::move(folders)](const std::string& path) {
