@@ -4,10 +4,10 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "core/data/subdivision.h"
 #include "core/export/png.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/evaluation_options.h"
-#include "hosts/cli/groom_surface.h"
 #include "hosts/cli/progress.h"
 #include "hosts/view/gl.h"
 #include "hosts/view/picture.h"
@@ -38,6 +38,27 @@ PictureOptions pictureOptions(const Options& options) {
   return picture;
 }
 
+bool sameShape(const ScalpMesh& a, const ScalpMesh& b) {
+  return a.topologyHash() == b.topologyHash() && a.pointsHash() == b.pointsHash();
+}
+
+/// What is to be seen beside the strands: the mesh that they are rooted on, and the others that
+/// they are kept out of, as the render draws them.
+std::vector<ScalpMeshPtr> drawnSurfaces(const GroomSession& session,
+                                        const GroomDocument& document) {
+  std::vector<ScalpMeshPtr> surfaces;
+  const ScalpMeshPtr rooted = session.surface();
+  if (rooted) surfaces.push_back(rooted);
+  for (const auto& [name, collider] : document.colliders) {
+    ScalpMeshPtr mesh = collider.mesh;
+    if (mesh && mesh->triangleCount() > 0 && collider.renderLevels > 0) {
+      mesh = makeSubdivisionPlan(*mesh, collider.renderLevels)->refineMesh(*mesh);
+    }
+    if (mesh && !(rooted && sameShape(*mesh, *rooted))) surfaces.push_back(mesh);
+  }
+  return surfaces;
+}
+
 void draw(const Options& options, const Console& console) {
   PictureOptions picture = pictureOptions(options);
   GroomSession session;
@@ -48,18 +69,13 @@ void draw(const Options& options, const Console& console) {
 
   const GroomDocument document = session.document();
   picture.upAxis = document.upAxis == "Z" ? 2 : 1;
-  std::vector<ScalpMeshPtr> surfaces{grownSurface(session)};
-  for (const auto& [name, collider] : document.colliders) {
-    surfaces.push_back(refinedSurface(collider.mesh, collider.renderLevels));
-  }
-  std::erase(surfaces, nullptr);
   std::vector<std::uint8_t> pixels;
   {
     Progress progress(console, "Drawing", strands->strandCount());
     picture.progress = [&](std::size_t done, std::size_t total) {
       progress.reach(total == 0 ? 0 : done * strands->strandCount() / total);
     };
-    pixels = drawPicture(surfaces, *strands, picture);
+    pixels = drawPicture(drawnSurfaces(session, document), *strands, picture);
   }
   try {
     writePng(options.picture, picture.width, picture.height, 3, pixels);

@@ -47,18 +47,25 @@ std::string statsText(const GroomStats& stats) {
   return text;
 }
 
+std::string resultJson(const std::vector<SessionMessage>& messages, const GroomSession& session) {
+  return jsonText(Json{{"messages", messagesJson(messages)}, {"stats", session.stats().toJson()}});
+}
+
 void evaluate(const Options& options, const Console& console) {
   GroomSession session;
-  loadGroom(session, options.groom, options.evaluation.settings);
+  try {
+    loadGroom(session, options.groom, options.evaluation.settings);
+  } catch (const CommandFailure& failure) {
+    if (options.json && failure.code == exitFailed) {
+      console.result(resultJson({{failure.what(), true}}, session));
+    }
+    throw;
+  }
   const auto messages = evaluateGroom(session, options.evaluation.request(), console);
-  const GroomStats stats = session.stats();
   if (options.json) {
-    Json result;
-    result["messages"] = messagesJson(messages);
-    result["stats"] = stats.toJson();
-    console.result(jsonText(result));
+    console.result(resultJson(messages, session));
   } else if (!hasErrors(messages)) {
-    console.result(statsText(stats));
+    console.result(statsText(session.stats()));
   }
   if (hasErrors(messages)) throw CommandFailure(exitFailed, "");
 }

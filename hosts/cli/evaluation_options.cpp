@@ -5,9 +5,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 #include "core/base/json.h"
+#include "core/graph/graph_document.h"
 #include "core/graph/operator_registry.h"
 #include "hosts/cli/console.h"
 #include "hosts/cli/progress.h"
@@ -79,11 +81,12 @@ void checkSetting(const std::string& text, const Setting& setting, const std::st
   }
 }
 
+/// In a graph that loads.
 Json* findNode(Json& graph, const std::string& name) {
-  const auto nodes = graph.is_object() ? graph.find("nodes") : graph.end();
-  if (!graph.is_object() || nodes == graph.end() || !nodes->is_array()) return nullptr;
+  const auto nodes = graph.find("nodes");
+  if (nodes == graph.end()) return nullptr;
   for (Json& node : *nodes) {
-    if (node.is_object() && node.contains("name") && node["name"] == name) return &node;
+    if (node.contains("name") && node["name"] == name) return &node;
   }
   return nullptr;
 }
@@ -91,11 +94,20 @@ Json* findNode(Json& graph, const std::string& name) {
 }  // namespace
 
 void EvaluationOptions::declare(CLI::App& command) {
-  command.add_option("--frame", frame, "The frame to evaluate (0 unless told)");
+  const auto setFrame = [this](const double& value) {
+    if (!std::isfinite(value)) throw CLI::ValidationError("--frame", "must be a finite number");
+    frame = value;
+  };
+  // The library's own range lets through what is no number.
+  const auto setDetail = [this](const float& value) {
+    if (!(value >= 0.0f && value <= 1.0f)) throw CLI::ValidationError("--detail", "must be 0 to 1");
+    detail = value;
+  };
+  command.add_option_function<double>("--frame", setFrame, "The frame to evaluate (0 unless told)");
   command.add_option("--view", view, "viewport or render (render unless told)")
       ->check(CLI::IsMember({"viewport", "render"}));
-  command.add_option("--detail", detail, "Level of detail and preview density, 0 to 1")
-      ->check(CLI::Range(0.0, 1.0));
+  command.add_option_function<float>("--detail", setDetail,
+                                     "Level of detail and preview density, 0 to 1");
   command
       .add_option("--set", settings,
                   "A parameter for this run alone, as NODE.PARAM=JSON; may be given many times")
@@ -114,7 +126,7 @@ GroomDocument readGroom(const std::string& path) {
   try {
     return readGroomFile(path);
   } catch (const std::bad_alloc&) {
-    throw;
+    throw CommandFailure(exitUnreadable, path + ": the file needs more memory than there is");
   } catch (const std::exception& error) {
     const std::string text = error.what();
     const bool named = text.find(path) != std::string::npos;
@@ -122,15 +134,30 @@ GroomDocument readGroom(const std::string& path) {
   }
 }
 
+std::vector<std::string> searchFolders(const GroomDocument& document, const std::string& path) {
+  std::vector<std::string> folders = document.searchPaths;
+  const std::string own = std::filesystem::path(path).parent_path().string();
+  folders.push_back(own.empty() ? "." : own);
+  return folders;
+}
+
 void applySettings(GroomDocument& document, const std::vector<std::string>& settings) {
+  if (settings.empty()) return;
+  // A setting is to blame only where there is a graph for it.
+  if (document.graph.is_null() || document.graph.empty()) {
+    throw CommandFailure(exitFailed, "the groom has no graph");
+  }
+  try {
+    (void)graphFromJson(document.graph);
+  } catch (const std::runtime_error& error) {
+    throw CommandFailure(exitFailed, error.what());
+  }
   for (const std::string& text : settings) {
     const Setting setting = parseSetting(text);
     Json* const node = findNode(document.graph, setting.node);
     if (node == nullptr) refuse(text, "the groom has no node '" + setting.node + "'");
-    const auto type = node->find("type");
-    if (type == node->end() || !type->is_string()) refuse(text, "that node has no type");
     try {
-      checkSetting(text, setting, type->get<std::string>());
+      checkSetting(text, setting, (*node)["type"].get<std::string>());
     } catch (const GraphError& error) {
       refuse(text, error.what());
     }
@@ -144,8 +171,7 @@ void loadGroom(GroomSession& session, const std::string& path,
                const std::vector<std::string>& settings) {
   GroomDocument document = readGroom(path);
   applySettings(document, settings);
-  const std::string folder = std::filesystem::path(path).parent_path().string();
-  document.searchPaths.push_back(folder.empty() ? "." : folder);
+  document.searchPaths = searchFolders(document, path);
   if (const auto message = session.load(document)) {
     throw CommandFailure(exitFailed, message->text);
   }

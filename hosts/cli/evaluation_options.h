@@ -32,8 +32,12 @@ struct EvaluationOptions {
 /// Reads a groom file. Throws CommandFailure (unreadable).
 GroomDocument readGroom(const std::string& path);
 
-/// Puts settings of the form NODE.PARAM=JSON into the document's graph. Throws CommandFailure
-/// (usage) for a form, node, parameter or value that cannot be.
+/// Where files that the groom names are looked for: in its own search paths, then beside its file.
+std::vector<std::string> searchFolders(const GroomDocument& document, const std::string& path);
+
+/// Puts settings of the form NODE.PARAM=JSON into the document's graph. Throws CommandFailure:
+/// failed for a graph that does not load, usage for a form, node, parameter or value that cannot
+/// be.
 void applySettings(GroomDocument& document, const std::vector<std::string>& settings);
 
 /// Fills the session from a groom file with the settings applied; textures are also looked for

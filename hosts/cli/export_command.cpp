@@ -12,7 +12,6 @@
 #include "hosts/cli/commands.h"
 #include "hosts/cli/evaluation_options.h"
 #include "hosts/cli/frame_range.h"
-#include "hosts/cli/groom_surface.h"
 #include "hosts/cli/progress.h"
 #include "hosts/cli/units.h"
 
@@ -34,7 +33,7 @@ FrameRange framesOf(const Options& options) {
                                       "above 0 and at most a million frames");
 }
 
-/// What a layer says of each strand's root: where it is on the scalp's UVs, and its colour.
+/// What a layer says of each strand's root: where it is on the surface's UVs, and its colour.
 struct RootValues {
   std::vector<Vec2f> uvs;
   std::vector<Vec3f> colors;
@@ -94,7 +93,7 @@ class Exporter {
     for (std::size_t i = 0; i < frames_.count; ++i) {
       request.time = frames_.frame(i);
       const std::vector<SessionMessage> messages = session_.evaluate(request);
-      if (messages != reported_) console_.report(messages);
+      if (messages != reported_) progress.aside([&] { console_.report(messages); });
       reported_ = messages;
       const StrandSetPtr strands = session_.strands();
       if (hasErrors(messages) || !strands) throw CommandFailure(exitFailed, "");
@@ -104,7 +103,7 @@ class Exporter {
   }
 
   void writeFrame(UsdWriter& writer, double time, const StrandSet& strands) {
-    const ScalpMeshPtr surface = grownSurface(session_);
+    const ScalpMeshPtr surface = session_.surface();
     const bool uvs = surface && surface->hasUvs();
     const RootValues values(strands, uvs ? surface.get() : nullptr);
     writer.options.writeUvs = uvs;

@@ -3,6 +3,8 @@
 
 #include "hosts/cli/frame_range.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <vector>
@@ -27,6 +29,9 @@ std::optional<FrameRange> parseFrameRange(const std::string& text) {
   const double steps = (numbers[1] - range.first) / range.step;
   constexpr double most = 1e6;
   if (!(range.step > 0.0) || !(steps >= 0.0) || !(steps < most)) return std::nullopt;
+  // Far from 0 numbers lie too far apart for small steps.
+  const double farthest = std::max(std::abs(range.first), std::abs(numbers[1]));
+  if (steps > 0.0 && range.step < 4.0 * DBL_EPSILON * farthest) return std::nullopt;
   // A step such as 0.1 does not add up to whole numbers exactly.
   range.count = static_cast<std::size_t>(std::floor(steps + 1e-6)) + 1;
   return range;

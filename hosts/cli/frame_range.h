@@ -19,7 +19,8 @@ struct FrameRange {
 };
 
 /// Reads A:B or A:B:STEP; the last frame is B or the one before it on the grid. Nothing for a text
-/// of another form, a step that is not above 0, B before A, or more than a million frames.
+/// of another form, a step that is not above 0 or too small to tell frames apart, B before A, or
+/// more than a million frames.
 std::optional<FrameRange> parseFrameRange(const std::string& text);
 
 }  // namespace kestrane

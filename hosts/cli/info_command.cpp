@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <memory>
 
 #include "core/base/json.h"
 #include "core/base/text.h"
 #include "core/graph/graph_document.h"
 #include "core/guides/guide_hierarchy.h"
+#include "core/values/search_paths.h"
 #include "hosts/cli/commands.h"
 #include "hosts/cli/evaluation_options.h"
 #include "hosts/cli/json_text.h"
@@ -61,8 +61,26 @@ Json guidesJson(const GroomDocument& document) {
   return json;
 }
 
+void expectImage(const SearchPathResolver& resolve, const std::string& name,
+                 const std::string& place, Json& missing) {
+  if (!namesFile(resolve(name))) missing.push_back(place + "the file '" + name + "' is not found");
+}
+
+/// What the groom's maps read that is not there.
+void findMissingImages(const GroomDocument& document, const SearchPathResolver& resolve,
+                       Json& missing) {
+  for (const auto& [name, map] : document.maps) {
+    if (map.kind != "texture") continue;
+    if (map.texture.empty()) {
+      missing.push_back("map '" + name + "': it has no image file yet");
+    } else {
+      expectImage(resolve, map.texture, "map '" + name + "': ", missing);
+    }
+  }
+}
+
 /// What a graph's parameters read that is not there.
-void findMissingMaps(const GroomDocument& document, const std::string& folder,
+void findMissingMaps(const GroomDocument& document, const SearchPathResolver& resolve,
                      const GraphDocument& graph, Json& missing) {
   for (const auto& [id, node] : graph.graph.nodes()) {
     for (const auto& [name, value] : node.op->parameters.values()) {
@@ -75,14 +93,7 @@ void findMissingMaps(const GroomDocument& document, const std::string& folder,
           missing.push_back(place + "the scalp has no color set '" + map->text + "'");
         }
       } else if (map->source == MapSource::texture) {
-        std::vector<std::string> folders = document.searchPaths;
-        folders.push_back(folder);
-        folders.push_back("");
-        const bool found = std::any_of(folders.begin(), folders.end(), [&](const std::string& at) {
-          std::error_code ignored;
-          return std::filesystem::exists(std::filesystem::path(at) / map->text, ignored);
-        });
-        if (!found) missing.push_back(place + "the file '" + map->text + "' is not found");
+        expectImage(resolve, map->text, place, missing);
       }
     }
   }
@@ -107,6 +118,8 @@ Json infoOf(const Options& options) {
   }
   json["guides"] = guidesJson(document);
   if (json["guides"]["count"] == 0) missing.push_back("the groom has no guides");
+  const SearchPathResolver resolve = searchPathResolver(searchFolders(document, options.groom));
+  findMissingImages(document, resolve, missing);
   json["nodes"] = Json::array();
   json["wires"] = 0;
   if (document.graph.is_null() || document.graph.empty()) {
@@ -120,8 +133,7 @@ Json infoOf(const Options& options) {
         for (const std::uint32_t source : node.sources) wires += source != 0 ? 1 : 0;
       }
       json["wires"] = wires;
-      findMissingMaps(document, std::filesystem::path(options.groom).parent_path().string(), graph,
-                      missing);
+      findMissingMaps(document, resolve, graph, missing);
     } catch (const std::runtime_error& error) {
       missing.push_back(std::string("the graph does not load: ") + error.what());
     }

@@ -29,8 +29,9 @@ int runProgram(int argumentCount, char** arguments) {
   app.fallthrough();
   app.add_flag("--quiet", console.quiet, "Errors and results only");
   // Read as a signed number, since an unsigned one would take -3 for a very large count.
-  app.add_option("--threads", threads, "The most threads to use (0: all)")
-      ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 20));
+  const CLI::Option* const limit =
+      app.add_option("--threads", threads, "The most threads to use (0: all)")
+          ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 20));
   for (const auto add :
        {addSampleCommand, addNewCommand, addInfoCommand, addEvaluateCommand, addExportCommand,
         addDrawCommand, addOperatorsCommand, addExpressionCommand}) {
@@ -48,7 +49,8 @@ int runProgram(int argumentCount, char** arguments) {
       std::fputs(err.str().c_str(), stderr);
       return exitUsage;
     }
-    setThreadCount(static_cast<std::size_t>(threads));
+    // Unless told, the limit of the environment holds.
+    if (limit->count() > 0) setThreadCount(static_cast<std::size_t>(threads));
     work(console);
     return exitDone;
   } catch (const CommandFailure& failure) {

@@ -58,7 +58,7 @@ void makeGroom(const Options& options, const Console& console) {
   GroomDocument document;
   document.units = options.units;
   document.upAxis = options.up;
-  document.source = options.scalp;
+  document.source = utf8Text(options.scalp);
   try {
     document.scalp.mesh = readScalp(options.scalp, console);
     if (!options.guides.empty()) {
@@ -69,7 +69,7 @@ void makeGroom(const Options& options, const Console& console) {
   } catch (const CommandFailure&) {
     throw;
   } catch (const std::bad_alloc&) {
-    throw;
+    throw CommandFailure(exitUnreadable, "the input needs more memory than there is");
   } catch (const std::exception& error) {
     throw CommandFailure(exitUnreadable, error.what());
   }

@@ -46,11 +46,22 @@ Progress::~Progress() {
   }
   ended_.notify_one();
   watcher_.join();
-  if (terminal_ && drawn_) std::fputs("\r\x1b[K", stderr);
+  clear();
   const double seconds = secondsSince(start_);
   if (seconds >= 1.0) {
     std::fprintf(stderr, "%s: %s\n", what_.c_str(), secondsText(seconds).c_str());
   }
+}
+
+void Progress::aside(const std::function<void()>& speak) {
+  const std::lock_guard lock(mutex_);
+  clear();
+  speak();
+}
+
+void Progress::clear() {
+  if (drawn_) std::fputs("\r\x1b[K", stderr);
+  drawn_ = false;
 }
 
 void Progress::watch() {
@@ -67,7 +78,6 @@ void Progress::watch() {
 }
 
 void Progress::draw(double seconds) {
-  drawn_ = true;
   const std::size_t done = std::min<std::size_t>(done_, total_);
   if (!terminal_) {
     const std::string share =
@@ -75,6 +85,7 @@ void Progress::draw(double seconds) {
     std::fprintf(stderr, "%s: %s%s\n", what_.c_str(), secondsText(seconds).c_str(), share.c_str());
     return;
   }
+  drawn_ = true;
   std::string bar(barWidth, ' ');
   if (total_ > 0) {
     std::fill_n(bar.begin(), barWidth * done / total_, '#');

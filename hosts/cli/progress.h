@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -28,17 +29,20 @@ class Progress {
 
   /// May be called from any thread.
   void reach(std::size_t done) { done_ = done; }
+  /// Lets somebody else speak on the standard error, on a line of their own.
+  void aside(const std::function<void()>& speak);
 
  private:
   void watch();
   void draw(double seconds);
+  void clear();
 
   const std::string what_;
   const std::size_t total_;
   const bool terminal_;
   const std::chrono::steady_clock::time_point start_;
   std::atomic<std::size_t> done_ = 0;
-  bool drawn_ = false;
+  bool drawn_ = false;  // a bar stands on the terminal's line
   bool stop_ = false;
   std::mutex mutex_;
   std::condition_variable ended_;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -121,6 +120,21 @@ class ObjParser {
     skipLine();
   }
 
+  /// Tells a number that is too small to hold from one that is too large, both of which the library
+  /// calls out of range.
+  static bool isBelowOne(std::string_view number) {
+    const std::size_t power = std::min(number.find_first_of("eE"), number.size());
+    const std::string_view digits = number.substr(0, power);
+    const std::size_t point = std::min(digits.find('.'), digits.size());
+    const std::size_t leading = std::min(digits.find_first_of("123456789"), digits.size());
+    std::string_view text = number.substr(std::min(power + 1, number.size()));
+    if (text.starts_with('+')) text.remove_prefix(1);
+    std::int64_t exponent = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), exponent);
+    if (read.ec == std::errc::result_out_of_range) return text.starts_with('-');
+    return exponent + static_cast<std::int64_t>(point) <= static_cast<std::int64_t>(leading);
+  }
+
   float number(const char* of) {
     const std::string_view text = word();
     // A number's own reader takes no plus sign.
@@ -129,10 +143,8 @@ class ObjParser {
     float value = 0.0f;
     const auto [stop, error] = std::from_chars(first, last, value);
     if (error == std::errc::result_out_of_range && stop == last) {
-      // The C reader tells what is too large from what is merely too small to hold.
-      const double wide = std::strtod(std::string(first, last).c_str(), nullptr);
-      if (std::abs(wide) > 1.0) fail(shown(text) + " is too large for " + of);
-      return static_cast<float>(wide);
+      if (!isBelowOne({first, last})) fail(shown(text) + " is too large for " + of);
+      return *first == '-' ? -0.0f : 0.0f;
     }
     if (error != std::errc() || stop != last) fail(shown(text) + " is no number");
     if (!std::isfinite(value)) fail(std::string(of) + " must be finite, not " + shown(text));
@@ -249,7 +261,7 @@ ObjFile readObj(const std::string& path) {
   std::string text;
   try {
     text = readWholeFile(path);
-  } catch (const std::exception& error) {
+  } catch (const std::runtime_error& error) {
     throw ObjError(error.what());
   }
   return parseObj(text, path);

@@ -88,15 +88,6 @@ GlTexture makeTexture(GLenum format, int width, int height) {
   return texture;
 }
 
-GlRenderbuffer makeRenderbuffer(GLenum format, int width, int height, int samples) {
-  GLuint name = 0;
-  glCreateRenderbuffers(1, &name);
-  GlRenderbuffer buffer(name);
-  glNamedRenderbufferStorageMultisample(name, samples, format, width, height);
-  checkMemory();
-  return buffer;
-}
-
 GlFramebuffer makeFramebuffer() {
   GLuint name = 0;
   glCreateFramebuffers(1, &name);

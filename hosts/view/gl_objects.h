@@ -32,7 +32,6 @@ class GlName {
 
 using GlBuffer = GlName<gl::glDeleteBuffers>;
 using GlTexture = GlName<gl::glDeleteTextures>;
-using GlRenderbuffer = GlName<gl::glDeleteRenderbuffers>;
 using GlFramebuffer = GlName<gl::glDeleteFramebuffers>;
 using GlVertexArray = GlName<gl::glDeleteVertexArrays>;
 
@@ -54,7 +53,6 @@ class GlProgram {
 /// memory.
 GlBuffer makeBuffer(std::size_t bytes, const void* data = nullptr);
 GlTexture makeTexture(GLenum format, int width, int height);
-GlRenderbuffer makeRenderbuffer(GLenum format, int width, int height, int samples);
 GlFramebuffer makeFramebuffer();
 GlVertexArray makeVertexArray();
 /// Throws ViewError unless the framebuffer can be drawn to.

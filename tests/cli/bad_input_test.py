@@ -5,19 +5,21 @@ code, and nothing written."""
 import json
 import os
 import random
+import resource
+import subprocess
 import unittest
+from pathlib import Path
 
-from program import ProgramTest, grid_obj
+from program import PROGRAM, ProgramTest, grid_obj
 
 
 class BadInput(ProgramTest):
-    def fails(self, code, words, *arguments):
-        done = self.run_program(*arguments, code=code)
+    def fails(self, code, words, *arguments, **more):
+        done = self.run_program(*arguments, code=code, **more)
         self.assertIn(words, done.stderr)
         self.assertEqual(len(done.stderr.strip().splitlines()), 1, done.stderr)
 
     def test_unreadable_paths(self):
-        self.write("locked.obj", grid_obj())
         for path in ("none.obj", ".", "/dev/null/x"):
             self.fails(3, f"cannot read '{path}'", "new", "a.groom", "--scalp", path)
         for path in ("none.groom", "."):
@@ -29,6 +31,31 @@ class BadInput(ProgramTest):
         self.fails(3, "cannot read 'none.obj'", "new", "a.groom", "--scalp", "grid.obj", "--guides",
                    "none.obj")
         self.assertFalse((self.path / "a.groom").exists())
+
+    def test_files_without_the_right_to_read(self):
+        rights = self.as_nobody()
+        self.new_groom("locked.groom")
+        self.write("locked.obj", grid_obj())
+        for name in ("locked.obj", "locked.groom"):
+            (self.path / name).chmod(0)
+        self.fails(3, "cannot read 'locked.obj'", "new", "a.groom", "--scalp", "locked.obj",
+                   **rights)
+        self.fails(3, "cannot read 'locked.groom'", "evaluate", "locked.groom", **rights)
+
+    def test_files_larger_than_the_memory(self):
+        if b"__asan_init" in Path(PROGRAM).read_bytes():
+            self.skipTest("the address sanitizer ends the program instead")
+        with open(self.path / "huge", "wb") as huge:
+            try:
+                huge.truncate(1 << 42)
+            except OSError:
+                self.skipTest("no files of this size here")
+
+        def limit_memory():
+            resource.setrlimit(resource.RLIMIT_AS, (1 << 33, 1 << 33))
+        for command in (["new", "a.groom", "--scalp", "huge"], ["evaluate", "huge"],
+                        ["new", "a.groom", "--scalp", "grid.obj", "--guides", "huge"]):
+            self.fails(3, "huge", *command, preexec_fn=limit_memory)
 
     def test_meshes(self):
         cases = {b"": "holds no faces", b"\x00\x01\x02": "binary", b"v 0 0 0\nf 1 1\n": "line 2",
@@ -79,9 +106,6 @@ class BadInput(ProgramTest):
                 self.assertTrue(done.stderr.strip())
 
     def run_any(self, *arguments):
-        import subprocess
-
-        from program import PROGRAM
         return subprocess.run([PROGRAM, *arguments], cwd=self.path, capture_output=True, text=True,
                               timeout=120)
 

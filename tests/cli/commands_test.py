@@ -4,10 +4,9 @@
 import json
 import os
 import subprocess
-import threading
 import unittest
 
-from program import PROGRAM, ProgramTest, grid_obj
+from program import PROGRAM, ProgramTest, grid_obj, write_png
 
 
 class General(ProgramTest):
@@ -23,7 +22,10 @@ class General(ProgramTest):
         for arguments in ([], ["nothing"], ["new"], ["new", "a.groom"], ["info"],
                           ["info", "a", "b"], ["evaluate", "a.groom", "--frame", "x"],
                           ["evaluate", "a.groom", "--view", "sideways"],
-                          ["evaluate", "a.groom", "--detail", "2"], ["operators", "Nothing"],
+                          ["evaluate", "a.groom", "--frame", "nan"],
+                          ["evaluate", "a.groom", "--frame", "-inf"],
+                          ["evaluate", "a.groom", "--detail", "2"],
+                          ["evaluate", "a.groom", "--detail", "nan"], ["operators", "Nothing"],
                           ["draw", "a.groom", "b.png", "--camera", "top"],
                           ["new", "a.groom", "--scalp", "grid.obj", "--up", "X"],
                           ["new", "a.groom", "--scalp", "grid.obj", "--units", "parsec"],
@@ -74,6 +76,16 @@ class New(ProgramTest):
         self.run_program("new", "a.groom", "--scalp", "grid.obj", "--graph", "g.json")
         self.assertEqual(self.json_of("info", "a.groom")["wires"], 2)
 
+    def test_a_path_that_is_no_text(self):
+        path = b"gr\xffd.obj"
+        os.rename(os.fsencode(self.path / "grid.obj"), os.fsencode(self.path) + b"/" + path)
+        subprocess.run([PROGRAM, "new", "a.groom", "--scalp", path], cwd=self.path, check=True,
+                       capture_output=True)
+        source = json.loads((self.path / "a.groom").read_text())["source"]
+        self.assertEqual(source, "gr\ufffdd.obj")
+        self.run_program("export", "a.groom", "a.usda")
+        self.assertIn("gr\ufffdd.obj", (self.path / "a.usda").read_text())
+
     def test_warns_of_missing_uvs(self):
         self.write("mixed.obj", grid_obj(2).replace("f 1/1 4/4", "f 1 4", 1))
         done = self.run_program("new", "a.groom", "--scalp", "mixed.obj")
@@ -104,6 +116,30 @@ class Info(ProgramTest):
             params={"density": {"texture": "no.png"}}))
         self.assertIn("node 'scatter', parameter 'density': the file 'no.png' is not found",
                       self.json_of("info", "a.groom")["missing"])
+
+    def test_looks_for_images_where_an_evaluation_does(self):
+        self.new_groom()
+        for folder in ("beside", "elsewhere"):
+            (self.path / folder).mkdir()
+        os.rename(self.path / "a.groom", self.path / "beside/a.groom")
+        write_png(self.path / "beside/plain.png")
+        write_png(self.path / "elsewhere/tile.1001.png")
+
+        def missing(name):
+            self.edit("beside/a.groom", lambda d: (
+                d["graph"]["nodes"][2].update(params={"density": {"texture": name}}),
+                d.update(searchPaths=["elsewhere"],
+                         maps={"paint": {"kind": "texture", "texture": name}})))
+            return self.json_of("info", "beside/a.groom")["missing"]
+
+        for name in ("plain.png", "tile.<UDIM>.png", "tile.1001.png"):
+            self.assertEqual(missing(name), [])
+            self.run_program("evaluate", "beside/a.groom")
+        for name in ("no.png", "no.<UDIM>.png", "../elsewhere"):
+            self.assertEqual(missing(name), [
+                f"map 'paint': the file '{name}' is not found",
+                f"node 'scatter', parameter 'density': the file '{name}' is not found"])
+        self.assertEqual(missing("")[0], "map 'paint': it has no image file yet")
 
 
 class Evaluate(ProgramTest):
@@ -169,7 +205,13 @@ class Evaluate(ProgramTest):
         self.assertIn("the groom has no graph",
                       self.run_program("evaluate", "bare.groom", code=1).stderr)
         self.edit("a.groom", lambda d: d["graph"].update(output="nobody"))
-        self.assertIn("nobody", self.run_program("evaluate", "a.groom", code=1).stderr)
+        for more in ((), ("--set", "scatter.density=5"), ("--set", "noone.density=5")):
+            self.assertIn("nobody", self.run_program("evaluate", "a.groom", *more, code=1).stderr)
+            messages = self.json_of("evaluate", "a.groom", *more, code=1)["messages"]
+            self.assertEqual([m["isError"] for m in messages], [True])
+            self.assertIn("nobody", messages[0]["text"])
+        self.assertIn("the groom has no graph",
+                      self.run_program("evaluate", "bare.groom", "--set", "a.b=5", code=1).stderr)
 
 
 class Operators(ProgramTest):
@@ -219,53 +261,29 @@ class Threads(ProgramTest):
         self.assertGreater(len(outputs[0]), 1000000)
         self.assertTrue(outputs[0] == outputs[1] == outputs[2])
 
-
-class Export(ProgramTest):
-    def test_layer(self):
-        self.new_groom("a.groom", "--units", "m", "--up", "Z")
-        self.run_program("export", "a.groom", "a.usda", "--frame", "7")
-        text = (self.path / "a.usda").read_text()
-        self.assertTrue(text.startswith("#usda 1.0\n"))
-        for words in ("metersPerUnit = 1\n", 'upAxis = "Z"', "startTimeCode = 7\n",
-                      "endTimeCode = 7\n", "def BasisCurves \"strands\"", "primvars:strandId"):
-            self.assertIn(words, text)
-
-    def test_frames_stream(self):
+    @unittest.skipUnless((os.cpu_count() or 1) > 1, "one core has one thread anyway")
+    def test_limit_comes_from_the_environment_or_the_option(self):
         self.new_groom()
-        few = ("--set", "scatter.density=20", "--set",
-               "noise.amplitude={\"expression\": \"0.1 * frame\"}")
-        self.run_program("export", "a.groom", "a.usda", "--frames", "1:3", *few)
-        self.run_program("export", "a.groom", "b.usda", "--frames", "1:2:0.5", *few)
-        a = (self.path / "a.usda").read_text()
-        self.assertIn("startTimeCode = 1\n", a)
-        self.assertIn("endTimeCode = 3\n", a)
-        self.assertEqual(a.count("\n        2: "), a.count("timeSamples"))
-        self.assertIn("\n        1.5: ", (self.path / "b.usda").read_text())
-        for frames in ("1", "3:1", "1:2:0", "1:2:-1", "a:b", "1:2:3:4", "1:nan", "0:1e9:1e-9"):
-            self.run_program("export", "a.groom", "c.usda", "--frames", frames, code=2)
-        self.assertFalse((self.path / "c.usda").exists())
 
-    def test_targets(self):
-        self.new_groom()
-        few = ("--set", "scatter.density=20")
-        self.run_program("export", "a.groom", "a.usda", *few)
-        plain = (self.path / "a.usda").read_bytes()
-        self.assertEqual(self.run_program("export", "a.groom", "/dev/stdout", *few).stdout.encode(),
-                         plain)
-        os.mkfifo(self.path / "pipe")
-        got = []
-        reader = threading.Thread(target=lambda: got.append((self.path / "pipe").read_bytes()))
-        reader.start()
-        self.run_program("export", "a.groom", "pipe", *few)
-        reader.join()
-        self.assertEqual(got, [plain])
-        self.assertTrue((self.path / "pipe").is_fifo(), "the pipe was replaced")
-        for target in (self.full_device(), "none/a.usda", "."):
-            done = self.run_program("export", "a.groom", target, *few, code=4)
-            self.assertIn("cannot write", done.stderr)
-        # A failed write leaves the older file.
-        self.run_program("export", "a.groom", "a.usda", "--set", "scatter.density=1e12", code=1)
-        self.assertEqual((self.path / "a.usda").read_bytes(), plain)
+        def threads(limit, *more):
+            """The most threads that a run of the program was seen to have."""
+            running = subprocess.Popen(
+                [PROGRAM, "evaluate", "a.groom", "--quiet", "--set", "scatter.density=100000",
+                 *more], cwd=self.path, stdout=subprocess.DEVNULL,
+                env={**os.environ, "KESTRANE_THREADS": limit})
+            most = 0
+            while running.poll() is None:
+                try:
+                    most = max(most, len(os.listdir(f"/proc/{running.pid}/task")))
+                except OSError:
+                    pass  # it has just ended
+            self.assertEqual(running.returncode, 0)
+            return most
+
+        alone = threads("0", "--threads", "1")
+        self.assertEqual(threads("1"), alone)
+        self.assertGreater(threads("0"), alone)
+        self.assertGreater(threads("1", "--threads", "0"), alone)
 
 
 class Sample(ProgramTest):

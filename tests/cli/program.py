@@ -44,6 +44,17 @@ def guides_obj(count=3, size=2.0, points=5):
     return "\n".join(lines) + "\n"
 
 
+def write_png(path, width=1, height=1):
+    """A black 8-bit RGB picture."""
+    def chunk(kind, body):
+        return struct.pack(">I", len(body)) + kind + body + struct.pack(">I",
+                                                                        zlib.crc32(kind + body))
+    Path(path).write_bytes(
+        b"\x89PNG\r\n\x1a\n" +
+        chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) +
+        chunk(b"IDAT", zlib.compress(bytes((3 * width + 1) * height))) + chunk(b"IEND", b""))
+
+
 def read_png(path):
     """(width, height, rows of RGB bytes) of an 8-bit RGB file."""
     data = Path(path).read_bytes()
@@ -122,6 +133,18 @@ class ProgramTest(unittest.TestCase):
                               env={**os.environ, **(environment or {})}, **more)
         self.assertEqual(done.returncode, code, f"{command}\n{done.stdout}\n{done.stderr}")
         return done
+
+    def as_nobody(self):
+        """What makes run_program run without an administrator's rights; skips where it cannot."""
+        if os.geteuid() != 0:
+            return {}
+        self.path.chmod(0o777)
+        try:
+            subprocess.run([PROGRAM, "--version"], check=True, capture_output=True, user=65534,
+                           cwd=self.path)
+        except (OSError, subprocess.SubprocessError):
+            self.skipTest("nobody may not run the program")
+        return {"user": 65534, "group": 65534}
 
     def json_of(self, *arguments, code=0):
         return json.loads(self.run_program(*arguments, "--json", code=code).stdout)

@@ -119,6 +119,17 @@ TEST(ObjReader, SmallNumbersAreKeptOrZero) {
   EXPECT_NEAR(obj.points[0].x, 1e-39f, 1e-42f);
   EXPECT_EQ(obj.points[0].y, 0.0f);
   EXPECT_EQ(obj.points[0].z, 0.0f);
+  const std::string zeros(400, '0');
+  for (const std::string& tiny :
+       {"-0." + zeros + "1", "+1" + zeros + "e-500", std::string("1e-99999999999999999999")}) {
+    EXPECT_EQ(parseObj("v " + tiny + " 0 0\n", "a.obj").points[0].x, 0.0f) << tiny;
+  }
+  for (const std::string& huge : {"1" + zeros, "-1" + zeros + "e-300", "0." + zeros + "1e500",
+                                  std::string("1e+99999999999999999999")}) {
+    EXPECT_THAT([&] { parseObj("v " + huge + " 0 0\n", "a.obj"); },
+                testing::ThrowsMessage<ObjError>(testing::HasSubstr("is too large")))
+        << huge;
+  }
 }
 
 // Whatever is cut off or overwritten, the outcome is a clean error or indices within their tables.
