@@ -81,6 +81,16 @@ namespace detail {
 
 namespace {
 
+thread_local std::size_t bodiesAround = 0;
+
+/// While a body runs.
+struct InsideBody {
+  InsideBody() { ++bodiesAround; }
+  ~InsideBody() { --bodiesAround; }
+  InsideBody(const InsideBody&) = delete;
+  InsideBody& operator=(const InsideBody&) = delete;
+};
+
 void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody body,
                 void* context) {
   const SeenLoop loop;
@@ -92,6 +102,7 @@ void plainRange(std::size_t begin, std::size_t end, std::size_t grain, RangeBody
           body(context, first, last);
         };
         const SeenLoop::Body seen(loop);
+        const InsideBody inside;
         run();
       },
       tbb::auto_partitioner());
@@ -149,5 +160,9 @@ void pretendHardware(std::size_t threads) {
 }
 
 }  // namespace detail
+
+bool insideParallelLoop() {
+  return detail::bodiesAround > 0;
+}
 
 }  // namespace kestrane

@@ -47,6 +47,10 @@ void pretendHardware(std::size_t threads);
 
 }  // namespace detail
 
+/// Whether the calling thread runs the body of a parallel loop, where the order of things is
+/// anyone's guess.
+bool insideParallelLoop();
+
 /// The typed front end: body(first, onePastLast) per chunk. Bodies write only their own indices, so
 /// that results never depend on the number of threads.
 template <class Body>

@@ -4,7 +4,10 @@
 #include "core/graph/eval_context.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
+
+#include "core/base/parallel.h"
 
 namespace kestrane {
 
@@ -13,16 +16,16 @@ void WarningSink::add(std::string text) {
   const std::lock_guard lock(mutex_);
   if (std::find(texts_.begin(), texts_.end(), text) != texts_.end()) return;
   texts_.push_back(std::move(text));
+  if (insideParallelLoop()) return;
+  std::sort(texts_.begin() + static_cast<std::ptrdiff_t>(settled_), texts_.end() - 1);
+  settled_ = texts_.size();
 }
 
 std::vector<std::string> WarningSink::texts() const {
-  std::vector<std::string> sorted;
-  {
-    const std::lock_guard lock(mutex_);
-    sorted = texts_;
-  }
-  std::sort(sorted.begin(), sorted.end());
-  return sorted;
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> texts = texts_;
+  std::sort(texts.begin() + static_cast<std::ptrdiff_t>(settled_), texts.end());
+  return texts;
 }
 
 void SceneTable::set(std::string name, SceneInput input) {

@@ -18,7 +18,8 @@
 namespace kestrane {
 
 /// Where operators' warnings go. Safe from parallel loops; an empty text or one already there is
-/// dropped. The order of texts added from parallel bodies is made stable by sorting on reading.
+/// dropped. Texts stand in the order in which they came; those of a parallel loop, which come in
+/// any order, are sorted.
 class WarningSink {
  public:
   void add(std::string text);
@@ -27,6 +28,7 @@ class WarningSink {
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> texts_;
+  std::size_t settled_ = 0;  // texts from here on came from parallel loops
 };
 
 /// One object of the scene, with the revision that node keys fold.
@@ -69,6 +71,8 @@ struct EvalResources {
   double framesPerSecond = 24.0;
 };
 
+class Found;
+
 /// What one evaluation is made for.
 struct EvalContext {
   float detail = 1.0f;              // level of detail and preview density, 0 to 1
@@ -85,6 +89,8 @@ struct EvalContext {
   /// The surface that the strands of the node at hand are rooted on: the nearest Scalp node's mesh
   /// upstream, or the scene's own scalp. Set per node.
   ScalpMeshPtr surface;
+  /// The maps that expressions have found so far; null: each looks for itself.
+  std::shared_ptr<Found> found;
 
   void warn(std::string text) const {
     if (warnings != nullptr) warnings->add(std::move(text));
