@@ -29,6 +29,14 @@ constexpr std::string_view escapedMarker = "\\u0040kestrane.floats:";
                        "' holds a non-finite value at index " + std::to_string(index));
 }
 
+/// Looks at the numbers within a value; `index` counts them.
+void checkNumbers(std::string_view name, const Json& json, std::size_t& index) {
+  if (json.is_number_float() && !std::isfinite(json.get<double>())) failNonFinite(name, index);
+  if (json.is_number()) ++index;
+  if (!json.is_structured()) return;
+  for (const Json& element : json) checkNumbers(name, element, index);
+}
+
 template <class Tuple>
 std::span<const float> flat(std::span<const Tuple> values) {
   return {reinterpret_cast<const float*>(values.data()),
@@ -56,6 +64,8 @@ void GroomText::element() {
 }
 
 void GroomText::value(std::string_view name, const Json& json) {
+  std::size_t index = 0;
+  checkNumbers(name, json, index);
   try {
     append(json.dump());
   } catch (const Json::exception&) {
@@ -88,7 +98,7 @@ void GroomText::number(std::string_view name, float number) {
 }
 
 void GroomText::number(std::string_view name, double number) {
-  if (!std::isfinite(number)) failNonFinite(name, 0);
+  checkFinite(name, std::span(&number, 1));
   text_ += Json(number).dump();
 }
 
@@ -111,6 +121,11 @@ void GroomText::numbers(std::string_view name, std::span<const Vec4f> values) {
 void GroomText::checkFinite(std::string_view name, std::span<const float> values) {
   const std::size_t bad = firstNonFinite(values);
   if (bad != values.size()) failNonFinite(name, bad);
+}
+void GroomText::checkFinite(std::string_view name, std::span<const double> values) {
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (!std::isfinite(values[i])) failNonFinite(name, i);
+  }
 }
 void GroomText::checkFinite(std::string_view name, std::span<const Vec3f> values) {
   checkFinite(name, flat(values));

@@ -28,22 +28,24 @@ class GroomText {
   void close(char bracket);
   void element();  // the comma between an array's elements, where one is due
 
-  // Values. `name` is what messages call the value.
+  // Values. `name` is what messages call the value. Numbers must be finite: JSON has no text for
+  // others.
   void value(std::string_view name, const Json& json);
   /// A document that is JSON text already.
   void text(std::string json);
   void integer(std::int64_t number);
   void number(std::string_view name, float number);
   void number(std::string_view name, double number);
-  /// A flat array, which must pass checkFinite.
+  /// A flat array.
   void numbers(std::string_view name, std::span<const float> values);
   void numbers(std::string_view name, std::span<const Vec2f> values);
   void numbers(std::string_view name, std::span<const Vec3f> values);
   void numbers(std::string_view name, std::span<const Vec4f> values);
   void integers(std::span<const std::int32_t> values);
 
-  /// Throws "groom file: 'NAME' holds a non-finite value at index N".
+  /// Throws "groom file: 'NAME' holds a non-finite value at index N", counted in numbers.
   static void checkFinite(std::string_view name, std::span<const float> values);
+  static void checkFinite(std::string_view name, std::span<const double> values);
   static void checkFinite(std::string_view name, std::span<const Vec3f> values);
 
   /// Hands the finished text out from front to back. The views are good during the call alone.

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <cstdio>
-#include <optional>
+#include <functional>
 #include <stdexcept>
 
 #include "core/base/errors.h"
@@ -12,6 +12,7 @@
 #include "core/guides/flow.h"
 #include "core/guides/guide_hierarchy.h"
 #include "core/guides/parts.h"
+#include "core/session/finite_check.h"
 #include "core/session/groom_document.h"
 #include "core/session/groom_text.h"
 #include "core/session/number_text.h"
@@ -91,15 +92,10 @@ class GroomWriter {
 
   void writeGroom() {
     if (!document_.graph.is_null()) field("graph", document_.graph);
-    if (document_.hierarchy) {
-      checkHierarchy(*document_.hierarchy);
-      nested("hierarchy", [&] { return document_.hierarchy->toJson(); });
-    }
-    if (document_.parts) nested("parts", [&] { return partsToJson(*document_.parts); });
-    if (document_.correctives) {
-      nested("correctives", [&] { return correctivesToJson(*document_.correctives); });
-    }
-    if (document_.flow) nested("flow", [&] { return flowToJson(*document_.flow); });
+    nested("hierarchy", document_.hierarchy.get(), &GuideHierarchy::toJson);
+    nested("parts", document_.parts.get(), partsToJson);
+    nested("correctives", document_.correctives.get(), correctivesToJson);
+    nested("flow", document_.flow.get(), flowToJson);
     if (document_.controls.empty()) return;
     text_.key("controls");
     text_.open('{');
@@ -110,24 +106,13 @@ class GroomWriter {
     text_.close('}');
   }
 
-  /// A document with a writer of its own.
-  template <class MakeText>
-  void nested(const char* key, MakeText makeText) {
+  /// A document with a writer of its own, if there is one.
+  template <class Data, class ToText>
+  void nested(const char* key, const Data* data, ToText toText) {
+    if (data == nullptr) return;
+    checkFinite(*data);
     text_.key(key);
-    try {
-      text_.text(makeText());
-    } catch (const std::runtime_error& error) {
-      throw GroomFileError(std::string("groom file: '") + key + "': " + error.what());
-    }
-  }
-
-  /// Points of guides are named as those of meshes are, guide by guide.
-  static void checkHierarchy(const GuideHierarchy& hierarchy) {
-    for (const GuideRecord& guide : hierarchy.guides()) {
-      for (const auto* points : {&guide.points, &guide.rootLocal, &guide.offsets}) {
-        GroomText::checkFinite("hierarchy.points", std::span(*points));
-      }
-    }
+    text_.text(std::invoke(toText, *data));
   }
 
   void writeMaps() {
@@ -172,7 +157,7 @@ class GroomWriter {
         text_.close('}');
       }
     }
-    if (!mesh.restPoints().empty()) {
+    if (!mesh.restPoints().empty() && mesh.restPoints() != mesh.points()) {
       numbersField("restPoints", key + ".restPoints", mesh.restPoints());
     }
     text_.close('}');

@@ -31,7 +31,9 @@ GroomDocument largeDocument() {
   ScalpMesh mesh = test::makeGrid(260);
   std::vector<Vec3f> points = mesh.points();
   for (std::size_t i = 0; i < points.size(); ++i) points[i].y = std::sin(0.37f * i) * 5.0f;
-  document.scalp.mesh = mesh.withPoints(points, points);
+  std::vector<Vec3f> rest = points;
+  for (Vec3f& point : rest) point.x += 0.3f;
+  document.scalp.mesh = mesh.withPoints(std::move(points), std::move(rest));
   return document;
 }
 
@@ -75,6 +77,50 @@ TEST(GroomFile, TheTextIsPlainJsonInTheOrderOfTheFormat) {
   EXPECT_EQ(json["maps"]["color"]["channels"], 4);
   EXPECT_FALSE(json["maps"]["density"].contains("channels"));
   for (const Json& value : json["scalp"]["points"]) EXPECT_TRUE(value.is_number_float());
+}
+
+/// Also within what has a writer of its own: a reader with types takes `0` for something else.
+TEST(GroomFile, FloatsStayFloatsToEveryReader) {
+  GroomDocument document = makeDocument();
+  auto guides = std::make_shared<GuideHierarchy>(*document.hierarchy);
+  guides->updateFromScalp(document.scalp.mesh.get());
+  guides->setTube(guides->guides().front().id, {{1, 0, -0.0f}, 3});
+  guides->setPointAttribute(guides->guides().front().id, "wet", {0, 1, 2});
+  document.hierarchy = guides;
+  auto correctives = std::make_shared<CorrectiveData>(*document.correctives);
+  correctives->layers[0].weightCurve = {{1.0, 2.0f}};
+  document.correctives = correctives;
+  const std::string text = groomFileText(document);
+  const Json json = Json::parse(text);
+  const Json& guide = json["hierarchy"]["guides"][0];
+  const Json& layer = json["correctives"]["layers"][0];
+  const Json& pin = json["flow"]["pins"][0];
+  const Json& sink = json["flow"]["sinks"][0];
+  const Json& root = guide["root"];
+  for (const Json& values :
+       {guide["points"], guide["rootLocal"], guide["frameUp"], guide["frameUpLocal"],
+        guide["tube"]["radius"], guide["pointAttributes"]["wet"], layer["offsets"]["3"],
+        layer["weightCurve"][0], pin["dir"],
+        Json{root[1], root[2], guide["tube"]["twist"], guide["attributes"]["wet"], layer["time"],
+             layer["fadeIn"], layer["weight"], pin["u"], sink["angle"], sink["radius"]}}) {
+    EXPECT_FALSE(values.empty());
+    for (const Json& value : values) EXPECT_TRUE(value.is_number_float()) << values;
+  }
+  EXPECT_EQ(guide["tube"]["radius"].dump(), "[1.0,0.0,-0.0]");
+  EXPECT_TRUE(root[0].is_number_integer() && guide["id"].is_number_integer());
+  EXPECT_EQ(groomFileText(parseGroomFile(text)), text);
+}
+
+TEST(GroomFile, ARestPoseIsWrittenWhereItDiffers) {
+  GroomDocument document = makeDocument();
+  const ScalpMesh scalp = *document.scalp.mesh;
+  for (const float shift : {0.0f, 0.5f}) {
+    std::vector<Vec3f> rest = scalp.points();
+    rest.back().z += shift;
+    document.scalp.mesh = scalp.withPoints(scalp.points(), rest);
+    const GroomDocument back = parseGroomFile(groomFileText(document));
+    EXPECT_EQ(back.scalp.mesh->restPoints(), shift == 0.0f ? std::vector<Vec3f>() : rest);
+  }
 }
 
 TEST(GroomFile, AnEmptyGroomWritesLittle) {
@@ -172,11 +218,56 @@ TEST(GroomFile, NonFiniteValuesStopTheWrite) {
   document.maps["density"].values[3] = NAN;
   expectWriteFails(document, "groom file: 'maps.values' holds a non-finite value at index 3");
   document = makeDocument();
+  document.graph["backdrops"][1] = NAN;
+  expectWriteFails(document, "groom file: 'graph' holds a non-finite value at index 2");
+  document = makeDocument();
+  document.simCaches["simulate"]["first"] = INFINITY;
+  expectWriteFails(document, "groom file: 'simCaches' holds a non-finite value at index 0");
+  document = makeDocument();
   document.upAxis = "X";
   expectWriteFails(document, "groom file: upAxis is \"Y\" or \"Z\", not \"X\"");
   document = makeDocument();
   document.source = "\xff";
   expectWriteFails(document, "groom file: 'source' is not UTF-8 text");
+}
+
+/// Numbers of the documents that have writers of their own.
+TEST(GroomFile, NonFiniteValuesInsideStopTheWriteToo) {
+  const auto expectRefused = [](const std::string& key, int index, auto breakIt) {
+    GroomDocument document = makeDocument();
+    breakIt(document);
+    expectWriteFails(document, "groom file: '" + key + "' holds a non-finite value at index " +
+                                   std::to_string(index));
+  };
+  const auto part = [](GroomDocument& document) {
+    auto parts = std::make_shared<PartData>(*document.parts);
+    parts->parts[0].points[1].v = NAN;
+    document.parts = parts;
+  };
+  expectRefused("parts.points", 3, part);
+  const auto withFlow = [](auto change) {
+    return [change](GroomDocument& document) {
+      auto flow = std::make_shared<FlowData>(*document.flow);
+      change(*flow);
+      document.flow = flow;
+    };
+  };
+  expectRefused("flow.pins", 3, withFlow([](FlowData& flow) { flow.pins[0].direction.y = NAN; }));
+  expectRefused("flow.sinks", 2, withFlow([](FlowData& flow) { flow.sinks[0].angle = INFINITY; }));
+  const auto withLayer = [](auto change) {
+    return [change](GroomDocument& document) {
+      auto correctives = std::make_shared<CorrectiveData>(*document.correctives);
+      change(correctives->layers[0]);
+      document.correctives = correctives;
+    };
+  };
+  expectRefused("correctives.layers", 2,
+                withLayer([](CorrectiveLayer& layer) { layer.fadeOut = NAN; }));
+  expectRefused("correctives.weightCurve", 3, withLayer([](CorrectiveLayer& layer) {
+                  layer.weightCurve = {{0, 0}, {1, NAN}};
+                }));
+  expectRefused("correctives.offsets", 4,
+                withLayer([](CorrectiveLayer& layer) { layer.offsets[3][1].y = NAN; }));
 }
 
 void expectFileFails(const std::function<void()>& run, const std::string& message) {
