@@ -19,6 +19,7 @@
 #include "core/graph/operator_registry.h"
 #include "core/graph/strand_operator.h"
 #include "tests/support/groom_checks.h"
+#include "tests/support/verifying.h"
 
 /// Operators that exist for tests alone, small enough to be seen right at a glance.
 namespace kestrane::test {
@@ -439,12 +440,6 @@ struct TestGraph {
   SceneTable scene;
   EvalContext request;
   std::uint64_t revision = 0;
-};
-
-/// Turns the verification on, or another switch over, for one test.
-struct Verifying {
-  Verifying() { setVerifyIncremental(true); }
-  ~Verifying() { setVerifyIncremental(false); }
 };
 
 }  // namespace kestrane::test

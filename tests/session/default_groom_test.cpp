@@ -3,15 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 
 #include "core/base/json.h"
 #include "core/base/parallel.h"
-#include "core/graph/graph_evaluation.h"
 #include "core/guides/guide_hierarchy.h"
 #include "core/session/groom_session.h"
 #include "tests/support/groom_checks.h"
 #include "tests/support/test_meshes.h"
+#include "tests/support/verifying.h"
 
 namespace kestrane {
 namespace {
@@ -26,11 +27,18 @@ T of(const std::vector<std::pair<std::string, T>>& entries, const std::string& n
   return {};
 }
 
+/// How the same evaluations are made: each incremental result verified, results kept by the
+/// session, or handed back to be taken apart. Only the last two recycle arrays.
+enum class Mode { verified, kept, recycled };
+
+void PrintTo(Mode mode, std::ostream* out) {
+  *out << std::array{"verified", "kept", "recycled"}[static_cast<std::size_t>(mode)];
+}
+
 /// The whole default road: a sphere with guides, and every node of the default graph.
-class DefaultGroom : public testing::Test {
+class DefaultGroom : public testing::TestWithParam<Mode> {
  protected:
   void SetUp() override {
-    setVerifyIncremental(true);
     guides_ = std::make_shared<GuideHierarchy>();
     const std::uint32_t group = guides_->addGroup("guides", 0);
     for (int i = 0; i < 30; ++i) {
@@ -48,10 +56,7 @@ class DefaultGroom : public testing::Test {
     }
     guides_->updateFromScalp(scalp_.get());
   }
-  void TearDown() override {
-    setVerifyIncremental(false);
-    setThreadCount(0);
-  }
+  void TearDown() override { setThreadCount(0); }
 
   /// The default graph with about a thousand strands and one parameter changed.
   static std::string graphText(const std::string& node = {}, const std::string& param = {},
@@ -75,6 +80,7 @@ class DefaultGroom : public testing::Test {
     request.viewport = true;
     request.time = time;
     request.lean = lean;
+    request.recycle = GetParam() == Mode::recycled;
     for (const SessionMessage& message : session.evaluate(request)) {
       ADD_FAILURE() << message.text;
     }
@@ -94,11 +100,12 @@ class DefaultGroom : public testing::Test {
     return moved;
   }
 
+  const test::Verifying verifying_{GetParam() == Mode::verified};
   ScalpMeshPtr scalp_ = std::make_shared<const ScalpMesh>(test::makeSphere(16, 24, 10.0f));
   std::shared_ptr<GuideHierarchy> guides_;
 };
 
-TEST_F(DefaultGroom, GivesTheSameBytesAtAnyNumberOfThreads) {
+TEST_P(DefaultGroom, GivesTheSameBytesAtAnyNumberOfThreads) {
   std::uint64_t hashes[3];
   for (std::size_t threads = 0; threads < 3; ++threads) {
     setThreadCount(threads);
@@ -113,7 +120,7 @@ TEST_F(DefaultGroom, GivesTheSameBytesAtAnyNumberOfThreads) {
   EXPECT_EQ(hashes[0], hashes[2]);
 }
 
-TEST_F(DefaultGroom, MovedGuidesRunOnlyTheirStrandsThroughEveryNode) {
+TEST_P(DefaultGroom, MovedGuidesRunOnlyTheirStrandsThroughEveryNode) {
   GroomSession session;
   load(session, graphText());
   evaluate(session);
@@ -130,7 +137,7 @@ TEST_F(DefaultGroom, MovedGuidesRunOnlyTheirStrandsThroughEveryNode) {
   test::expectSameStrands(*evaluate(fresh), *moved);
 }
 
-TEST_F(DefaultGroom, EditsInAnyOrderEndAtTheSameStrands) {
+TEST_P(DefaultGroom, EditsInAnyOrderEndAtTheSameStrands) {
   GroomSession session;
   load(session, graphText());
   evaluate(session);
@@ -160,7 +167,7 @@ TEST_F(DefaultGroom, EditsInAnyOrderEndAtTheSameStrands) {
   }
 }
 
-TEST_F(DefaultGroom, TheLastSliderRunsItsNodeAlone) {
+TEST_P(DefaultGroom, TheLastSliderRunsItsNodeAlone) {
   GroomSession session;
   load(session, graphText());
   evaluate(session);
@@ -175,7 +182,7 @@ TEST_F(DefaultGroom, TheLastSliderRunsItsNodeAlone) {
   }
 }
 
-TEST_F(DefaultGroom, AFrameReachesWhatReadsTheTime) {
+TEST_P(DefaultGroom, AFrameReachesWhatReadsTheTime) {
   GroomSession session;
   load(session, graphText("noise", "amplitude", {{"expression", "0.1 + 0.01 * frame"}}));
   const StrandSetPtr first = evaluate(session, 1.0);
@@ -184,6 +191,10 @@ TEST_F(DefaultGroom, AFrameReachesWhatReadsTheTime) {
   EXPECT_EQ(evaluate(session, 1.0)->contentHash(), first->contentHash());
   EXPECT_TRUE(session.readsTime());
 }
+
+INSTANTIATE_TEST_SUITE_P(Modes, DefaultGroom,
+                         testing::Values(Mode::verified, Mode::kept, Mode::recycled),
+                         testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace kestrane
