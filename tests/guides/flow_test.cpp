@@ -49,9 +49,9 @@ TEST(Flow, TextsRoundTripAndFaultsAreNamed) {
   const FlowData flow{{{{3, 0.1f, 0.2f}, {0.6f, -0.8f, 0}}, {{4, 0, 0}, {1, 0, 0}, 0, 7}},
                       {{{5, 0.5f, 0.25f}, -70.0f, 2.5f}}};
   EXPECT_EQ(flowToJson(flow),
-            R"({"pins":[{"face":3,"u":0.1,"v":0.2,"dir":[0.6,-0.8,0]},)"
-            R"({"face":4,"u":0,"v":0,"dir":[1,0,0],"line":0,"seq":7}],)"
-            R"("sinks":[{"face":5,"u":0.5,"v":0.25,"angle":-70,"radius":2.5}],"version":1})");
+            R"({"pins":[{"face":3,"u":0.1,"v":0.2,"dir":[0.6,-0.8,0.0]},)"
+            R"({"face":4,"u":0.0,"v":0.0,"dir":[1.0,0.0,0.0],"line":0,"seq":7}],)"
+            R"("sinks":[{"face":5,"u":0.5,"v":0.25,"angle":-70.0,"radius":2.5}],"version":1})");
   EXPECT_EQ(flowFromJson(flowToJson(flow)), flow);
   EXPECT_EQ(flowFromJson("    "), FlowData());
   const struct {
