@@ -15,6 +15,7 @@ OperatorRegistry::OperatorRegistry() {
   registerScatterOperator(*this);
   registerInterpolateOperator(*this);
   registerShapeOperators(*this);
+  registerCurlOperator(*this);
   registerColorOperators(*this);
   registerRenderDataOperator(*this);
 }

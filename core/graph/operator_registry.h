@@ -47,6 +47,7 @@ void registerSourceOperators(OperatorRegistry& registry);
 void registerScatterOperator(OperatorRegistry& registry);
 void registerInterpolateOperator(OperatorRegistry& registry);
 void registerShapeOperators(OperatorRegistry& registry);
+void registerCurlOperator(OperatorRegistry& registry);
 void registerColorOperators(OperatorRegistry& registry);
 void registerRenderDataOperator(OperatorRegistry& registry);
 

@@ -69,6 +69,11 @@ void StrandEdit::readsWholeSet() {
   if (changed_ != nullptr) throw NeedsWholeSet();
 }
 
+bool StrandEdit::previousHasInputLayout() const {
+  const StrandSet& before = *std::get<StrandSetPtr>(*previousValue_);
+  return before.sharesOffsetsWith(*input_) || before.offsets() == input_->offsets();
+}
+
 std::size_t StrandEdit::previousPointCount(std::size_t strand) const {
   const auto& offsets = std::get<StrandSetPtr>(*previousValue_)->offsets();
   return offsets[strand + 1] - offsets[strand];
@@ -107,13 +112,15 @@ void StrandEdit::layOut(std::span<const std::uint32_t> counts) {
   output_ = std::move(laid);
 }
 
-std::vector<StrandEdit::ChannelArrays> StrandEdit::pointChannelArrays() {
-  std::vector<ChannelArrays> arrays;
-  for (const std::string& name : input_->pointChannelNames()) {
-    const float* in = input_->pointChannel(name)->data();
-    arrays.push_back({in, pointChannel(name, input_->pointChannelDefault(name)).data()});
+StrandEdit::PointArrays::PointArrays(StrandEdit& edit) : input_(*edit.input_) {
+  for (const std::string& name : input_.pointChannelNames()) {
+    const float* in = input_.pointChannel(name)->data();
+    channels_.push_back({in, edit.pointChannel(name, input_.pointChannelDefault(name)).data()});
   }
-  return arrays;
+  points_ = edit.points().data();
+  widths_ = edit.widths().data();
+  from_ = input_.offsets().data();
+  to_ = edit.offsets().data();
 }
 
 std::span<Vec3f> StrandEdit::points() {

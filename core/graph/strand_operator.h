@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -78,6 +79,35 @@ class StrandEdit {
     layOut(counts);
   }
 
+  /// The same for an operator that gives some strands more points than they have and none fewer.
+  /// False where no strand gets more: the layout stays the input's, and so does every array that is
+  /// not asked for. Gives up the incremental path where points are added.
+  template <class Count>
+  bool addPoints(std::size_t grain, Count&& count) {
+    const auto& given = input_->offsets();
+    if (changed_ != nullptr) {
+      if (!previousHasInputLayout()) needWholeSet();
+      run(grain, [&](const StrandRange& strands) {
+        for (const std::size_t strand : strands) {
+          if (count(strand) != given[strand + 1] - given[strand]) needWholeSet();
+        }
+      });
+      return false;
+    }
+    std::vector<std::uint32_t> counts(input_->strandCount());
+    std::atomic<bool> adds = false;
+    parallelRange(0, counts.size(), grain, [&](std::size_t first, std::size_t last) {
+      bool more = false;
+      for (std::size_t strand = first; strand < last; ++strand) {
+        counts[strand] = static_cast<std::uint32_t>(count(strand));
+        more = more || counts[strand] != given[strand + 1] - given[strand];
+      }
+      if (more) adds = true;
+    });
+    if (adds) layOut(counts);
+    return adds;
+  }
+
   // Arrays to write; each covers the whole set.
   std::span<Vec3f> points();
   std::span<float> widths();
@@ -96,31 +126,51 @@ class StrandEdit {
         0, changed_ ? changed_->size() : input_->strandCount(), grain,
         [&](std::size_t first, std::size_t last) { kernel(StrandRange(list, first, last)); });
   }
-  /// After setPointCounts: writes points, widths and every point channel of the input at new
-  /// places. make(strand, apply) finds the strand's places and hands them to apply(places) once,
-  /// where places.apply(values, out) turns old values per point into new ones.
+  /// After a new layout: all that a set holds per point, to be written at new places along each
+  /// strand, where places.apply(values, out) turns values at a strand's points into new ones.
+  class PointArrays {
+   public:
+    std::span<Vec3f> points(std::size_t strand) const {
+      return {points_ + to_[strand], points_ + to_[strand + 1]};
+    }
+    std::span<float> widths(std::size_t strand) const {
+      return {widths_ + to_[strand], widths_ + to_[strand + 1]};
+    }
+    template <class Places>
+    void apply(std::size_t strand, const Places& places) const {
+      const std::size_t begin = to_[strand], count = to_[strand + 1] - begin;
+      const std::size_t old = from_[strand], oldCount = from_[strand + 1] - old;
+      places.apply(std::span(input_.points().data() + old, oldCount), points(strand));
+      places.apply(std::span(input_.widths().data() + old, oldCount), widths(strand));
+      for (const Channel& channel : channels_) {
+        places.apply(std::span(channel.in + old, oldCount), std::span(channel.out + begin, count));
+      }
+    }
+
+   private:
+    friend class StrandEdit;
+    explicit PointArrays(StrandEdit& edit);
+    struct Channel {
+      const float* in;
+      float* out;
+    };
+    const StrandSet& input_;
+    std::vector<Channel> channels_;
+    Vec3f* points_;
+    float* widths_;
+    const std::uint64_t* from_;
+    const std::uint64_t* to_;
+  };
+  PointArrays pointArrays() { return PointArrays(*this); }
+  /// Writes them all: make(strand, apply) finds the strand's places and hands them to apply(places)
+  /// once.
   template <class Make>
   void resampleAll(std::size_t grain, Make&& make) {
-    const std::vector<ChannelArrays> channels = pointChannelArrays();
-    const std::span<Vec3f> newPoints = points();
-    const std::span<float> newWidths = widths();
-    const auto& from = input_->offsets();
-    const auto& to = offsets();
+    const PointArrays arrays = pointArrays();
     run(grain, [&](const StrandRange& strands) {
       for (const std::size_t strand : strands) {
-        const std::size_t begin = to[strand], count = to[strand + 1] - begin;
-        const std::size_t old = from[strand], oldCount = from[strand + 1] - old;
-        if (count == 0) continue;
-        make(strand, [&](const auto& places) {
-          places.apply(std::span(input_->points().data() + old, oldCount),
-                       newPoints.subspan(begin, count));
-          places.apply(std::span(input_->widths().data() + old, oldCount),
-                       newWidths.subspan(begin, count));
-          for (const ChannelArrays& channel : channels) {
-            places.apply(std::span(channel.in + old, oldCount),
-                         std::span(channel.out + begin, count));
-          }
-        });
+        if (arrays.points(strand).empty()) continue;
+        make(strand, [&](const auto& places) { arrays.apply(strand, places); });
       }
     });
   }
@@ -138,11 +188,7 @@ class StrandEdit {
   bool beginChanged(GraphValue& previous, const StrandChanges& changes, bool mayRecycle);
   /// The previous result, to take arrays from: itself where nobody else holds it, else a copy.
   StrandSet& previous();
-  struct ChannelArrays {
-    const float* in;
-    float* out;
-  };
-  std::vector<ChannelArrays> pointChannelArrays();
+  bool previousHasInputLayout() const;
   std::size_t previousPointCount(std::size_t strand) const;
   [[noreturn]] static void needWholeSet();
   void layOut(std::span<const std::uint32_t> counts);
