@@ -20,8 +20,8 @@ constexpr float bandCells = 8.0f;
 // From one level to the next: the cells that tell a height are at most a quarter of it wide.
 constexpr float coarser = 2.0f;
 constexpr float toleratedShare = 0.01f;
-// By how much a caller's bound may be wrong: heights are mixed, not exact.
-constexpr float boundSlack = 1.25f;
+// The share of a grid's band within which all corners of a cell are within it, too.
+constexpr float sureShare = 0.75f;
 
 }  // namespace
 
@@ -41,13 +41,15 @@ ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
     level.band = bandCells * cell;
     level.tolerance = toleratedShare * cell;
     const float margin = level.band + cell;
-    level.low = low - Vec3f{margin, margin, margin};
+    level.low = Float4{low.x, low.y, low.z, 0.0f} - splat(margin);
+    float end[4] = {};
     std::size_t nodes = 1;
     for (int axis = 0; axis < 3; ++axis) {
-      level.end[axis] = std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell);
-      level.size[axis] = static_cast<std::int32_t>(level.end[axis]) + 1;
+      end[axis] = std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell);
+      level.size[axis] = static_cast<std::int32_t>(end[axis]) + 1;
       nodes *= static_cast<std::size_t>(level.size[axis]);
     }
+    level.end = load4(end);
     level.heights.assign(nodes, unasked);
     cell *= coarser;
   }
@@ -55,21 +57,33 @@ ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
   mesh_->closestPoint({});
 }
 
-bool ClearanceField::find(Vec3f position, Sample& sample, float atLeast) const {
-  for (const Level& level : levels_) {
-    if (atLeast < level.band * boundSlack && findIn(level, position, sample)) return true;
+bool ClearanceField::find(Vec3f position, Sample& sample) const {
+  std::size_t level = sample.level_;
+  while (!findIn(levels_[level], position, sample)) {
+    if (++level < levelCount) continue;
+    sample.level_ = 0;
+    return false;
   }
-  return false;
+  // A finer grid that is sure to know the height knows it better.
+  while (level > 0 && std::abs(sample.height_) < sureShare * levels_[level - 1].band) {
+    if (!findIn(levels_[level - 1], position, sample)) {
+      findIn(levels_[level], position, sample);
+      break;
+    }
+    --level;
+  }
+  sample.level_ = level;
+  return true;
 }
 
 bool ClearanceField::findIn(const Level& level, Vec3f position, Sample& sample) const {
-  const Vec3f at = (position - level.low) * level.perCell;
+  const Float4 at =
+      (Float4{position.x, position.y, position.z, 0.0f} - level.low) * splat(level.perCell);
   // Written so that a place that is no number lies outside.
-  const bool inside = (at.x >= 0.0f) & (at.y >= 0.0f) & (at.z >= 0.0f) & (at.x < level.end.x) &
-                      (at.y < level.end.y) & (at.z < level.end.z);
-  if (!inside) return false;
-  const auto x = static_cast<std::int32_t>(at.x), y = static_cast<std::int32_t>(at.y),
-             z = static_cast<std::int32_t>(at.z);
+  const Mask4 inside = (at >= splat(0.0f)) & (at < level.end);
+  if (!(inside[0] & inside[1] & inside[2])) return false;
+  const auto x = static_cast<std::int32_t>(at[0]), y = static_cast<std::int32_t>(at[1]),
+             z = static_cast<std::int32_t>(at[2]);
   const auto row = static_cast<std::size_t>(level.size[0]);
   const auto slice = row * static_cast<std::size_t>(level.size[1]);
   const std::size_t node = static_cast<std::size_t>(z) * slice + static_cast<std::size_t>(y) * row +
@@ -87,12 +101,13 @@ bool ClearanceField::findIn(const Level& level, Vec3f position, Sample& sample) 
     };
     const Float4 from = at4(0), to = at4(1);
     sample.slope_ = to - from;
-    sample.along_ = from + sample.slope_ * splat(at.x - static_cast<float>(x));
-    sample.y_ = at.y - static_cast<float>(y);
-    sample.z_ = at.z - static_cast<float>(z);
+    sample.along_ = from + sample.slope_ * splat(at[0] - static_cast<float>(x));
+    sample.y_ = at[1] - static_cast<float>(y);
+    sample.z_ = at[2] - static_cast<float>(z);
     const Float4 a = sample.along_;
     sample.height_ = lerp(lerp(a[0], a[1], sample.y_), lerp(a[2], a[3], sample.y_), sample.z_);
     if (std::abs(sample.height_) < level.band) {
+      sample.cell_ = level.cell;
       sample.tolerance_ = level.tolerance;
       return true;
     }
@@ -117,7 +132,7 @@ float ClearanceField::sampled(const Level& level, std::size_t node) const {
   const auto rows = static_cast<std::size_t>(level.size[1]);
   const Vec3f number{static_cast<float>(node % columns), static_cast<float>(node / columns % rows),
                      static_cast<float>(node / columns / rows)};
-  const Vec3f position = level.low + number * level.cell;
+  const Vec3f position = Vec3f{level.low[0], level.low[1], level.low[2]} + number * level.cell;
   const SurfaceHit hit = mesh_->closestPoint(position, level.band);
   if (hit.root.face < 0) return infinity;
   const float up = dot(position - hit.position, mesh_->normalAt(hit.root));

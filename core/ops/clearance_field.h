@@ -24,6 +24,8 @@ class ClearanceField {
     float height() const { return height_; }
     /// The direction in which the height grows, unit.
     Vec3f up() const;
+    /// The width of the grid's cells here, over which the height is all but linear.
+    float cell() const { return cell_; }
     /// What mixing between nodes may amount to.
     float tolerance() const { return tolerance_; }
 
@@ -32,7 +34,9 @@ class ClearanceField {
     Float4 slope_, along_;  // of the cell's four edges along X: the slope, and the height in it
     float y_ = 0.0f, z_ = 0.0f;
     float height_ = 0.0f;
+    float cell_ = 0.0f;
     float tolerance_ = 0.0f;
+    std::size_t level_ = 0;
   };
 
   /// Keeps the mesh.
@@ -40,17 +44,17 @@ class ClearanceField {
 
   /// False where there is nothing to tell: beside a border, where the nearest surface says nothing
   /// of above or below; farther away than the mesh is large; and where a coordinate is no number.
-  /// `atLeast` spares looking at the grids for heights below what the caller knows to be exceeded,
-  /// on either side.
-  bool find(Vec3f position, Sample& sample, float atLeast = 0.0f) const;
+  /// Looks first where `sample` was found last, and may answer from the coarser of two grids there:
+  /// walk along each curve with a sample of its own, which begins at the surface.
+  bool find(Vec3f position, Sample& sample) const;
 
  private:
   struct Level {
-    Vec3f low;
+    Float4 low;  // the fourth lane of these is not used
     float cell = 1.0f, perCell = 0.0f;
     float band = 0.0f;  // the largest height that this level tells
     float tolerance = 0.0f;
-    Vec3f end;  // of the cells, counted in them
+    Float4 end;  // of the cells, counted in them
     std::int32_t size[3] = {0, 0, 0};
     /// Heights at the nodes, X fastest: not a number where nobody has asked, infinite where it is
     /// beyond the band or unknown. A mix with either tells no height.

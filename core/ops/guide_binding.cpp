@@ -161,6 +161,7 @@ class StrandBinder {
   float findNearest(const GuideRegion& region) {
     const auto neighbors = static_cast<std::size_t>(settings_.neighbors);
     // Guides that may not be used make the search go on to farther ones.
+    const bool led = along_ == nullptr || input_.strandFaces[strand_] < 0 || face_.hasSeeds();
     for (std::size_t asked = neighbors + 1;; asked *= 2) {
       hits_.resize(asked);
       const std::size_t found = region.tree.nearest(position_, hits_);
@@ -172,7 +173,7 @@ class StrandBinder {
       }
       const bool exhausted = found < asked;
       hits_.resize(found);
-      if (nearest_.size() > neighbors || exhausted || asked > 64) break;
+      if (nearest_.size() > neighbors || exhausted || asked > 64 || !led) break;
     }
     const bool reached = !nearest_.empty();
     if (!reached) takeUnreached(region);

@@ -117,7 +117,6 @@ void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
   const std::span<const float> wanted = wantedHeights(strand);
   ClearanceField::Sample sample;
   bool lifted = false;
-  float atLeast = 0.0f;      // the height that the last point's leaves no way below
   Vec3f before = points[0];  // the last point as it came
   for (std::size_t k = 1; k < count; ++k) {
     const Vec3f aim = points[k];
@@ -126,17 +125,19 @@ void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
     // From the first lift on the strand is walked: each segment keeps its length and heads for
     // where its end was.
     if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * segment;
-    atLeast -= segment;
     for (int round = 0; round < liftRounds; ++round) {
-      if (!field.find(points[k], sample, atLeast)) break;
-      atLeast = std::abs(sample.height());
+      if (!field.find(points[k], sample)) break;
       const float sunk = wanted[k] - sample.height();
       const float free = sample.tolerance() + freeShare * wanted[k];
       if (!(sunk > free)) break;
-      const Vec3f from = points[k], raised = from + sample.up() * sunk;
-      points[k] = points[k - 1] + normalize(raised - points[k - 1]) * segment;
+      const Vec3f from = points[k], up = sample.up();
+      points[k] = points[k - 1] + normalize(from + up * sunk - points[k - 1]) * segment;
       lifted = true;
-      atLeast -= distance(points[k], from);
+      // Coming back to its segment's length costs height. Within a cell, over which heights are all
+      // but linear, what is left needs no other look.
+      const Vec3f way = points[k] - from;
+      const float reach = 0.5f * sample.cell();
+      if (lengthSquared(way) < reach * reach && sunk - dot(way, up) < free) break;
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <queue>
 
 #include "core/base/parallel.h"
@@ -97,6 +98,24 @@ struct VertexGraph {
   }
 };
 
+/// The lowest vertex that each vertex is joined with by triangles.
+std::vector<std::uint32_t> findPieces(const ScalpMesh& mesh) {
+  std::vector<std::uint32_t> parent(mesh.points().size());
+  std::iota(parent.begin(), parent.end(), 0u);
+  const auto lowest = [&](std::int32_t vertex) {
+    auto at = static_cast<std::uint32_t>(vertex);
+    while (parent[at] != at) at = parent[at] = parent[parent[at]];
+    return at;
+  };
+  for (const auto& [a, b, c] : mesh.triangles()) {
+    const std::uint32_t first = lowest(a), second = lowest(b), third = lowest(c);
+    const std::uint32_t low = std::min({first, second, third});
+    parent[first] = parent[second] = parent[third] = low;
+  }
+  for (std::uint32_t& piece : parent) piece = parent[piece];
+  return parent;
+}
+
 float longestEdge(const ScalpMesh& mesh, std::int32_t face) {
   const auto& t = mesh.triangles()[static_cast<std::size_t>(face)];
   const auto at = [&](int k) {
@@ -109,7 +128,15 @@ float longestEdge(const ScalpMesh& mesh, std::int32_t face) {
 
 SurfaceReach::SurfaceReach(const ScalpMesh& mesh, std::span<const StrandRoot> seeds,
                            std::span<const float> limits)
-    : mesh_(mesh), seeds_(seeds.begin(), seeds.end()), slack_(seeds.size(), 0.0f) {
+    : mesh_(mesh),
+      seeds_(seeds.begin(), seeds.end()),
+      limits_(limits.begin(), limits.end()),
+      pieces_(findPieces(mesh)),
+      seeded_(pieces_.size(), 0),
+      slack_(seeds.size(), 0.0f) {
+  for (const StrandRoot seed : seeds_) {
+    if (mesh.hasFace(seed.face)) seeded_[pieceOf(seed.face)] = 1;
+  }
   const VertexGraph graph(mesh);
   const std::size_t vertices = mesh.points().size();
   struct Reached {
@@ -169,9 +196,15 @@ SurfaceReach::SurfaceReach(const ScalpMesh& mesh, std::span<const StrandRoot> se
   }
 }
 
+std::uint32_t SurfaceReach::pieceOf(std::int32_t face) const {
+  return pieces_[static_cast<std::size_t>(mesh_.triangles()[static_cast<std::size_t>(face)][0])];
+}
+
 void SurfaceReach::enter(std::int32_t face, Face& out) const {
   out.face = face;
   out.seeds_.clear();
+  out.piece_ = pieceOf(face);
+  out.hasSeeds_ = seeded_[out.piece_] != 0;
   const auto& triangle = mesh_.triangles()[static_cast<std::size_t>(face)];
   std::uint32_t at[3], end[3];
   for (std::size_t k = 0; k < 3; ++k) {
@@ -203,7 +236,11 @@ float SurfaceReach::distanceTo(const Face& face, Vec3f position, std::uint32_t s
   const auto found =
       std::lower_bound(face.seeds_.begin(), face.seeds_.end(), seed,
                        [](const Face::Seed& s, std::uint32_t wanted) { return s.seed < wanted; });
-  if (found == face.seeds_.end() || found->seed != seed) return infinity;
+  if (found == face.seeds_.end() || found->seed != seed) {
+    const std::int32_t home = seeds_[seed].face;
+    const bool joined = mesh_.hasFace(home) && pieceOf(home) == face.piece_;
+    return joined ? std::max(straight, limits_[seed]) : infinity;
+  }
   if (found->beside) return straight;
   const auto& triangle = mesh_.triangles()[static_cast<std::size_t>(face.face)];
   float along = infinity;

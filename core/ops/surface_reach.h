@@ -27,6 +27,8 @@ class SurfaceReach {
   class Face {
    public:
     std::int32_t face = -1;
+    /// Whether any seed lies on the same piece of the surface.
+    bool hasSeeds() const { return hasSeeds_; }
 
    private:
     friend class SurfaceReach;
@@ -36,14 +38,18 @@ class SurfaceReach {
       float corners[3];
     };
     std::vector<Seed> seeds_;  // ascending
+    std::uint32_t piece_ = 0;
+    bool hasSeeds_ = false;
   };
   void enter(std::int32_t face, Face& out) const;
 
-  /// The distance from a seed to a point of the entered triangle whose straight distance is given;
-  /// infinite where the seed does not reach it within its limit.
+  /// The distance from a seed to a point of the entered triangle whose straight distance is given:
+  /// at least the limit where it lies beyond that, and infinite on another piece of the surface.
   float distanceTo(const Face& face, Vec3f position, std::uint32_t seed, float straight) const;
 
  private:
+  std::uint32_t pieceOf(std::int32_t face) const;
+
   struct Entry {
     std::uint32_t seed;
     float distance;
@@ -51,7 +57,10 @@ class SurfaceReach {
 
   const ScalpMesh& mesh_;
   std::vector<StrandRoot> seeds_;
-  std::vector<float> slack_;            // per seed: half its triangle's longest edge
+  std::vector<float> limits_;          // per seed
+  std::vector<std::uint32_t> pieces_;  // per vertex: the lowest vertex of its piece of the surface
+  std::vector<char> seeded_;           // per vertex: whether its piece, if it names one, has a seed
+  std::vector<float> slack_;           // per seed: half its triangle's longest edge
   std::vector<std::uint32_t> offsets_;  // per vertex, plus one
   std::vector<Entry> entries_;          // ascending by seed within a vertex
 };

@@ -58,8 +58,8 @@ TEST(ClearanceField, IsTheSameFromAllThreads) {
     found.resize(20000);
     runWithThreads(threads, [&] {
       parallelRange(0, found.size(), 1, [&](std::size_t first, std::size_t last) {
-        ClearanceField::Sample sample;
         for (std::size_t i = first; i < last; ++i) {
+          ClearanceField::Sample sample;
           const auto draw = [&](std::uint64_t n) { return 30.0f * unitFloat(hashCombine(i, n)); };
           found[i] = field.find(Vec3f{draw(0), draw(1), draw(2)} - Vec3f{15, 15, 15}, sample)
                          ? sample.height()
