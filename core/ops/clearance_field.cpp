@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cfloat>
 #include <cmath>
 #include <limits>
 
@@ -17,6 +16,7 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float unasked = std::numeric_limits<float>::quiet_NaN();
 constexpr float cellsAlongDiagonal = 144.0f;
 constexpr float bandCells = 8.0f;
+constexpr float freeShare = 0.125f;
 // From one level to the next: the cells that tell a height are at most a quarter of it wide.
 constexpr float coarser = 2.0f;
 constexpr float toleratedShare = 0.01f;
@@ -34,6 +34,7 @@ ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
   }
   const float diagonal = distance(low, high);
   if (mesh_->triangleCount() == 0 || !std::isfinite(diagonal) || !(diagonal > 0.0f)) return;
+  freeHeight_ = diagonal * freeShare;
   float cell = diagonal / cellsAlongDiagonal;
   for (Level& level : levels_) {
     level.cell = cell;
@@ -133,8 +134,14 @@ float ClearanceField::sampled(const Level& level, std::size_t node) const {
   const Vec3f number{static_cast<float>(node % columns), static_cast<float>(node / columns % rows),
                      static_cast<float>(node / columns / rows)};
   const Vec3f position = Vec3f{level.low[0], level.low[1], level.low[2]} + number * level.cell;
-  const SurfaceHit hit = mesh_->closestPoint(position, level.band);
+  return heightAt(position, level.band);
+}
+
+float ClearanceField::heightAt(Vec3f position, float within) const {
+  const SurfaceHit hit = mesh_->closestPoint(position, within);
   if (hit.root.face < 0) return infinity;
+  // On the surface only rounding is left to tell above from below.
+  if (hit.distance < levels_[0].tolerance * 0.01f) return 0.0f;
   const float up = dot(position - hit.position, mesh_->normalAt(hit.root));
   // Beside a border the nearest point says nothing of above or below.
   if (!(std::abs(up) >= 0.5f * hit.distance)) return infinity;

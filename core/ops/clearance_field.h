@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cfloat>
 #include <cstddef>
 #include <cstdint>
 
@@ -12,10 +13,11 @@
 
 namespace kestrane {
 
-/// The signed height above a surface, sampled on grids and mixed between, since millions of points
-/// ask for it. Near the surface the grid is fine; each further grid is coarser and reaches farther,
-/// as the height has less detail there. A node is sampled when somebody first asks for a height
-/// beside it: hair covers a small part of the space around a body. May be read from many threads.
+/// The signed height above a surface, near it, sampled on grids and mixed between, since millions
+/// of points ask for it. Near the surface the grid is fine; each further grid is coarser and
+/// reaches farther, as the height has less detail there. A node is sampled when somebody first asks
+/// for a height beside it: hair covers a small part of the space around a body. May be read from
+/// many threads.
 class ClearanceField {
  public:
   /// The grid cell that a point lies in.
@@ -42,11 +44,19 @@ class ClearanceField {
   /// Keeps the mesh.
   explicit ClearanceField(ScalpMeshPtr mesh);
 
+  /// The height above which hair hangs free of the skin, so that more of it means nothing: an
+  /// eighth of the mesh's diagonal.
+  float freeHeight() const { return freeHeight_; }
+
   /// False where there is nothing to tell: beside a border, where the nearest surface says nothing
-  /// of above or below; farther away than the mesh is large; and where a coordinate is no number.
+  /// of above or below; well beyond the free height; and where a coordinate is no number.
   /// Looks first where `sample` was found last, and may answer from the coarser of two grids there:
   /// walk along each curve with a sample of its own, which begins at the surface.
   bool find(Vec3f position, Sample& sample) const;
+
+  /// The height itself, by a query of the mesh; infinite where there is nothing to tell, or where
+  /// the mesh is farther than `within`.
+  float heightAt(Vec3f position, float within = FLT_MAX) const;
 
  private:
   struct Level {
@@ -60,13 +70,14 @@ class ClearanceField {
     /// beyond the band or unknown. A mix with either tells no height.
     mutable Array<float> heights;
   };
-  static constexpr std::size_t levelCount = 5;
+  static constexpr std::size_t levelCount = 3;
 
   bool findIn(const Level& level, Vec3f position, Sample& sample) const;
   void sampleEdge(const Level& level, std::size_t node) const;
   float sampled(const Level& level, std::size_t node) const;
 
   ScalpMeshPtr mesh_;
+  float freeHeight_ = 0.0f;
   Level levels_[levelCount];
 };
 

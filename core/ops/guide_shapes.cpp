@@ -4,6 +4,7 @@
 #include "core/ops/guide_shapes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "core/base/parallel.h"
@@ -42,6 +43,14 @@ Rotation rotationBetween(Vec3f from, Vec3f to) {
            cosine + k * v.z * v.z}};
 }
 
+/// The height that a guide's point asks of strands.
+float heightFor(const ClearanceField& field, Vec3f position) {
+  const float height = field.heightAt(position);
+  // Where nothing is known of the height, nothing is asked.
+  if (std::isinf(height)) return -height;
+  return std::min(height, field.freeHeight());
+}
+
 }  // namespace
 
 GuideShapes::GuideShapes(const GuideSet& guides, std::span<const Vec3f> normals,
@@ -66,11 +75,7 @@ GuideShapes::GuideShapes(const GuideSet& guides, std::span<const Vec3f> normals,
         offsets[pointCount + k] = offset.y;
         offsets[2 * pointCount + k] = offset.z;
         if (!field_) continue;
-        // Where nothing is known of the height under a guide, nothing is asked of strands.
-        ClearanceField::Sample sample;
-        heights_[g * pointCount + k] = field_->find(even[k], sample)
-                                           ? sample.height()
-                                           : -std::numeric_limits<float>::infinity();
+        heights_[g * pointCount + k] = heightFor(*field_, even[k]);
       }
     }
   });

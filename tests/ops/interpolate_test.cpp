@@ -351,7 +351,7 @@ TEST(Interpolate, LiftsStrandsOutOfABulgeAndKeepsTheirLength) {
     strands.addStrand(static_cast<std::uint64_t>(i), hit.root, std::vector<Vec3f>(33, from));
   }
   // Higher than the finest of the grids of heights reaches, too.
-  for (const float above : {0.1f, 0.5f, 2.5f}) {
+  for (const float above : {0.1f, 0.5f, 2.0f}) {
     auto guides = std::make_shared<GuideSet>();
     for (int side = -1; side <= 1; side += 2) {
       Guide guide;
