@@ -25,11 +25,11 @@
 #include "tests/support/groom_checks.h"
 #include "tests/support/temp_folder.h"
 
-/// While set, there is no memory for this program's own objects.
-static std::atomic<bool> memoryIsOut = false;
+/// For larger objects there is no memory.
+static std::atomic<std::size_t> largestObject = std::numeric_limits<std::size_t>::max();
 
 void* operator new(std::size_t size) {
-  void* const memory = memoryIsOut ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+  void* const memory = size > largestObject ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
@@ -406,9 +406,9 @@ TEST_F(UsdLayers, WantOfMemoryIsToldAsSuch) {
   for (const bool atOpening : {true, false}) {
     UsdWriter writer(path, "hair", 24, 0.01, "Y");
     if (!atOpening) writer.writeFrame(0, set);
-    memoryIsOut = true;
+    largestObject = 65536;
     EXPECT_THROW(atOpening ? writer.writeFrame(0, set) : writer.close(), std::bad_alloc);
-    memoryIsOut = false;
+    largestObject = std::numeric_limits<std::size_t>::max();
     EXPECT_EQ(names(), Names{"hair.usda"});
   }
 }
