@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "core/base/file.h"
+#include "core/session/session_scene.h"
 #include "tests/session/session_fixtures.h"
 #include "tests/support/temp_folder.h"
 
@@ -62,6 +63,26 @@ TEST(PaintedMaps, VertexMapsAreMixedWithinTriangles) {
   EXPECT_EQ(at(grayMap, *scalp, {}), 0.0f);
 }
 
+/// The same faces, but a vertex more that none of them uses.
+TEST(PaintedMaps, FollowAScalpThatGainsAVertex) {
+  const ScalpMeshPtr scalp = test::sharedGrid(2);
+  std::vector<Vec3f> points = scalp->points();
+  points.push_back({5, 5, 5});
+  ScalpMesh loose(points, scalp->triangles());
+  loose.setPolygons(scalp->polygons());
+  loose.setUvs(scalp->uvs());
+  SessionInputs inputs;
+  const std::vector<int> levels = {1, 2};
+  for (const ScalpMeshPtr& mesh : {scalp, std::make_shared<const ScalpMesh>(loose), scalp}) {
+    inputs.setScalp({.mesh = mesh});
+    inputs.setMaps({{"m", {.values = std::vector<float>(mesh->points().size(), 0.75f)}}});
+    const auto found = inputs.scene(0.0, false, &levels)->resources.paintedMap("m");
+    ASSERT_NE(found.map, nullptr) << found.problem;
+    const ScalpMeshPtr fine = makeSubdivisionPlan(*mesh, 2)->refineMesh(*mesh);
+    EXPECT_NEAR(at(found, *fine, roots[1]), 0.75f, 1e-6f);
+  }
+}
+
 TEST(PaintedMaps, SayWhatIsWrong) {
   const PaintedMaps maps(Maps{{"short", {.values = {1, 2}}},
                               {"blank", {.kind = "texture"}},
@@ -88,6 +109,9 @@ TEST(PaintedMaps, TexturesAreReadWhereThePathsLead) {
   const ScalpMesh scalp = test::makeGrid(2);
   EXPECT_NEAR(at(map, scalp, roots[1], MapComponent::r), 1.0f, 1e-6f);
   EXPECT_NEAR(at(map, scalp, roots[1], MapComponent::b), 0.2f, 1e-6f);
+  ScalpMesh plain = scalp;
+  plain.setUvs({});
+  EXPECT_EQ(at(map, plain, roots[1], MapComponent::r), 0.0f);
   EXPECT_EQ(map.revision, maps.find("color", resolve).revision);
   writeWholeFile((folder / "map.ppm").string(),
                  std::string("P6\n2 1\n255\n\x00\x00\x00\x00\x00\x00", 17));
