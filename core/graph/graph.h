@@ -23,6 +23,14 @@ std::string_view nodeEvaluationWord(NodeEvaluation evaluation);
 /// Throws GraphError for an unknown word.
 NodeEvaluation nodeEvaluationFromWord(std::string_view word);
 
+/// How a node ran last.
+struct NodeReport {
+  double milliseconds = 0.0;
+  std::string run;                    // "bypass", "full", "full 12", "incremental 3", ...
+  std::string notes;                  // warnings and advice, joined by "; "
+  std::vector<std::string> warnings;  // alone
+};
+
 /// What a node remembers of its last evaluation.
 struct NodeCache {
   std::uint64_t cacheKey = 0;  // full key of the result
@@ -31,19 +39,13 @@ struct NodeCache {
   std::uint64_t revision = 0;  // identifies this result in the process
   std::uint64_t ownKey = 0;    // key of the node alone
   std::vector<std::uint64_t> inputRevisions;
+  std::vector<std::uint64_t> inputOutputs;  // which output of the source stood on each input
   std::vector<GraphValue> inputs;         // guides and meshes only: what the result was made from
   std::vector<StrandChangesPtr> changes;  // per output; null: everything
   std::uint64_t previousRevision = 0;     // the revision that `changes` is relative to
   bool changesFollowInput = false;
   ScalpMeshPtr surface;  // that the result's strands are rooted on
-};
-
-/// How a node ran last.
-struct NodeReport {
-  double milliseconds = 0.0;
-  std::string run;                    // "bypass", "full", "full 12", "incremental 3", ...
-  std::string notes;                  // warnings and advice, joined by "; "
-  std::vector<std::string> warnings;  // alone
+  NodeReport report;     // of the run that made the result
 };
 
 struct Node {
@@ -114,6 +116,7 @@ class Graph {
   // Statistics.
   std::uint64_t nodesEvaluated = 0;
   std::uint64_t nodesIncremental = 0;
+  /// Of the runs that made what the last evaluation gave.
   std::map<std::uint32_t, NodeReport> reports;
 
  private:

@@ -59,21 +59,25 @@ class Evaluation {
         keys_(graph, context_),
         plans_(graph.idEnd()) {}
 
-  std::vector<GraphValue> run(std::uint32_t target) {
+  GrownValues run(std::uint32_t target) {
     keys_.findFor(target);
     const std::vector<std::uint32_t> order = planFor(target);
+    bringBackReports();
     if (lean_) {
       countReaders(order, target);
     } else {
       releaseOldResults(order);
     }
     for (const std::uint32_t id : order) finish(id);
-    std::vector<GraphValue> outputs = outputsOf(target);
+    GrownValues grown{outputsOf(target), surfaceOf(target)};
     if (context_.preview) {
-      for (GraphValue& value : outputs) value = previewed(value);
+      for (GraphValue& value : grown.outputs) value = previewed(value);
+    }
+    if (!grown.surface && !keys_.hasSurface(target)) {
+      grown.surface = sceneSurface(context_.scene);
     }
     installRest();
-    return outputs;
+    return grown;
   }
 
  private:
@@ -82,6 +86,7 @@ class Evaluation {
   /// What happens to one node in this evaluation.
   struct Plan {
     Way way = Way::unknown;
+    bool runsWhole = false;
     ReleasedArrays released;
     // The low-memory form's result, kept until its last reader has it.
     std::uint32_t readers = 0;
@@ -100,8 +105,8 @@ class Evaluation {
     });
   }
 
-  /// Whether the node needs what is wired to the input: one that hands its first input on needs no
-  /// other.
+  /// Whether the node needs what is wired to the input. One that hands its first input on needs no
+  /// other, nor has its key any other: should nothing come, it runs as if no other were wired.
   bool reads(std::uint32_t id, const Node& node, std::size_t slot) const {
     if (node.sources[slot] == 0) return false;
     return keys_.passesFirstInput(id) ? slot == 0 : isActive(node, slot);
@@ -115,6 +120,14 @@ class Evaluation {
       plan.way = Way::cached;
     } else {
       plan.way = graph_.resultCache.count(keys_.key(id)) ? Way::stored : Way::run;
+    }
+  }
+
+  /// An evaluation in the low-memory form or a detached one has left reports of results that nodes
+  /// do not hold.
+  void bringBackReports() {
+    for (const auto& [id, node] : graph_.nodes()) {
+      if (node.cache.cached) graph_.reports[id] = node.cache.report;
     }
   }
 
@@ -136,16 +149,35 @@ class Evaluation {
   /// From the target up, so that a result has let go before the one that it came from is looked at.
   void releaseOldResults(const std::vector<std::uint32_t>& order) {
     if (!incrementalEvaluation() || verifyIncremental()) return;
+    for (const std::uint32_t id : order) plans_[id].runsWhole = willRunWhole(id);
     for (auto id = order.rbegin(); id != order.rend(); ++id) {
       Node& node = graph_.node(*id);
       if (plans_[*id].way != Way::run || node.sources.empty() || !reads(*id, node, 0)) continue;
       const std::uint32_t source = node.sources[0];
-      if (plans_[source].way != Way::run) continue;
+      // One that runs whole writes new arrays and has no use for the old ones; should it fail,
+      // which a parameter just edited often makes it do, the results below it are still there.
+      if (plans_[source].way != Way::run || plans_[source].runsWhole) continue;
       const NodeCache& before = graph_.node(source).cache;
       const std::uint64_t output = node.sourceOutputs[0];
       if (!before.cached || output >= before.outputs.size()) continue;
       plans_[*id].released = releaseShared(node, before.outputs[output]);
     }
+  }
+
+  /// Whether the node surely makes its result whole: it changed itself, or what it gets will be
+  /// other strands without a word on which of them. Of other changed inputs (guides, meshes) an
+  /// operator may find out itself. Sources come before their readers.
+  bool willRunWhole(std::uint32_t id) const {
+    const Node& node = graph_.node(id);
+    if (plans_[id].way != Way::run) return false;
+    if (!node.cache.cached || node.cache.ownKey != keys_.ownKey(id)) return true;
+    for (std::size_t slot = 0; slot < node.sources.size(); ++slot) {
+      if (!reads(id, node, slot) || !plans_[node.sources[slot]].runsWhole) continue;
+      const NodeCache& source = graph_.node(node.sources[slot]).cache;
+      const std::uint64_t output = node.sourceOutputs[slot];
+      if (output < source.outputs.size() && valueAs<StrandSet>(source.outputs[output])) return true;
+    }
+    return false;
   }
 
   void finish(std::uint32_t id) {
@@ -169,17 +201,19 @@ class Evaluation {
   void takeStored(std::uint32_t id, Node& node) {
     const NodeCache& stored = graph_.resultCache.at(keys_.key(id)).cache;
     if (lean_) {
+      graph_.reports[id] = stored.report;
       plans_[id].outputs = stored.outputs;
       plans_[id].surface = stored.surface;
     } else {
-      install(node, stored, keys_.key(id));
+      install(id, node, stored);
     }
   }
 
-  static void install(Node& node, const NodeCache& stored, std::uint64_t key) {
+  void install(std::uint32_t id, Node& node, const NodeCache& stored) {
     node.cache = stored;
-    node.cache.cacheKey = key;
+    node.cache.cacheKey = keys_.key(id);
     node.cache.cached = true;
+    graph_.reports[id] = node.cache.report;
   }
 
   /// The scene object behind a result may be another one although nothing that counts has changed.
@@ -204,13 +238,13 @@ class Evaluation {
       if (!isScene(value)) value = {};
     }
     EvalContext context = context_;
-    const ScalpMeshPtr above = surfaceAbove(id, node);
+    const ScalpMeshPtr above = surfaceAbove(id, node, sceneInputs);
     context.surface = followsScalp(id, node) ? above : sceneSurface(context_.scene);
 
     NodeResult result = NodeRun(node, context, std::move(inputs)).run();
     ++graph_.nodesEvaluated;
     if (result.incremental) ++graph_.nodesIncremental;
-    graph_.reports[id] = std::move(result.report);
+    graph_.reports[id] = result.report;
     const ScalpMeshPtr own = ownSurface(node, result.outputs);
     if (lean_) {
       forEachSource(id, [](Plan& source) {
@@ -235,6 +269,8 @@ class Evaluation {
     cache.outputs = std::move(result.outputs);
     cache.changesFollowInput = result.changesFollowInput;
     cache.inputRevisions = std::move(revisions);
+    cache.inputOutputs = node.sourceOutputs;
+    cache.report = std::move(result.report);
     cache.inputs = std::move(sceneInputs);
     cache.surface = own ? own : above;
     cache.cached = true;
@@ -272,10 +308,11 @@ class Evaluation {
   }
 
   /// What changed on an input since the node's last result. A list only counts if it leads from
-  /// exactly the revision that the node has seen.
+  /// exactly the revision that the node has seen, on the same output.
   static StrandChangesPtr changesSince(const NodeCache& last, std::size_t slot,
                                        const NodeCache& source, std::uint64_t output) {
-    if (slot >= last.inputRevisions.size() || !source.cached) return nullptr;
+    if (slot >= last.inputRevisions.size() || slot >= last.inputOutputs.size()) return nullptr;
+    if (last.inputOutputs[slot] != output || !source.cached) return nullptr;
     const std::uint64_t seen = last.inputRevisions[slot];
     if (source.revision == seen) return noStrandChanges();
     const bool leadsOn = source.previousRevision == seen && output < source.changes.size();
@@ -284,19 +321,23 @@ class Evaluation {
 
   bool followsScalp(std::uint32_t id, const Node& node) const {
     for (std::size_t slot = 0; slot < node.sources.size(); ++slot) {
-      if (reads(id, node, slot) && keys_.hasSurface(node.sources[slot])) return true;
+      if (!reads(id, node, slot)) continue;
+      if (growsOn(node, slot) || keys_.hasSurface(node.sources[slot])) return true;
     }
     return false;
   }
 
-  /// Of the first input that has one.
-  ScalpMeshPtr surfaceAbove(std::uint32_t id, const Node& node) const {
+  /// Of the first input that has one. `inputs` holds the meshes on the inputs.
+  ScalpMeshPtr surfaceAbove(std::uint32_t id, const Node& node,
+                            const std::vector<GraphValue>& inputs) const {
     for (std::size_t slot = 0; slot < node.sources.size(); ++slot) {
       const std::uint32_t source = node.sources[slot];
-      if (!reads(id, node, slot) || !keys_.hasSurface(source)) continue;
-      const ScalpMeshPtr& surface =
-          lean_ ? plans_[source].surface : graph_.node(source).cache.surface;
-      if (surface) return surface;
+      if (!reads(id, node, slot)) continue;
+      if (growsOn(node, slot)) {
+        if (auto mesh = valueAs<ScalpMesh>(inputs[slot])) return mesh;
+      }
+      if (!keys_.hasSurface(source)) continue;
+      if (surfaceOf(source)) return surfaceOf(source);
     }
     return nullptr;
   }
@@ -310,6 +351,10 @@ class Evaluation {
     return lean_ ? plans_[id].outputs : graph_.node(id).cache.outputs;
   }
 
+  const ScalpMeshPtr& surfaceOf(std::uint32_t id) const {
+    return lean_ ? plans_[id].surface : graph_.node(id).cache.surface;
+  }
+
   /// Gives the results that were made elsewhere to the nodes that this evaluation had no need of.
   void installRest() {
     if (graph_.resultCache.empty()) return;
@@ -318,7 +363,7 @@ class Evaluation {
       const std::uint64_t key = keys_.key(id);
       if (node.cache.cached && node.cache.cacheKey == key) continue;
       const auto stored = graph_.resultCache.find(key);
-      if (stored != graph_.resultCache.end()) install(node, stored->second.cache, key);
+      if (stored != graph_.resultCache.end()) install(id, node, stored->second.cache);
     }
     graph_.resultCache.clear();
   }
@@ -333,11 +378,14 @@ class Evaluation {
 }  // namespace
 
 std::vector<GraphValue> evaluate(Graph& graph, std::uint32_t nodeId, const EvalContext& context) {
+  return evaluateGrown(graph, nodeId, context).outputs;
+}
+
+GrownValues evaluateGrown(Graph& graph, std::uint32_t nodeId, const EvalContext& context) {
   return Evaluation(graph, context, !graph.retainResults).run(nodeId);
 }
 
-std::vector<GraphValue> evaluateLean(Graph& graph, std::uint32_t nodeId,
-                                     const EvalContext& context) {
+GrownValues evaluateLean(Graph& graph, std::uint32_t nodeId, const EvalContext& context) {
   return Evaluation(graph, context, true).run(nodeId);
 }
 

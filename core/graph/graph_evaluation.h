@@ -16,10 +16,18 @@ namespace kestrane {
 /// Throws GraphError that names the node. One evaluation at a time per graph.
 std::vector<GraphValue> evaluate(Graph& graph, std::uint32_t nodeId, const EvalContext& context);
 
-/// The low-memory form of evaluate on a graph that keeps results otherwise: node caches stay
-/// untouched.
-std::vector<GraphValue> evaluateLean(Graph& graph, std::uint32_t nodeId,
-                                     const EvalContext& context);
+/// A node's outputs, and the mesh that the strands among them are rooted on: the one that they were
+/// grown on, or the scene's scalp. Null where there is none.
+struct GrownValues {
+  std::vector<GraphValue> outputs;
+  ScalpMeshPtr surface;
+};
+
+/// The same as evaluate, with the surface.
+GrownValues evaluateGrown(Graph& graph, std::uint32_t nodeId, const EvalContext& context);
+
+/// The low-memory form on a graph that keeps results otherwise: node caches stay untouched.
+GrownValues evaluateLean(Graph& graph, std::uint32_t nodeId, const EvalContext& context);
 
 /// The key of a node's result for a context.
 std::uint64_t nodeKey(Graph& graph, std::uint32_t nodeId, const EvalContext& context);

@@ -35,6 +35,12 @@ std::uint64_t contextSeed(const EvalContext& context) {
 
 }  // namespace
 
+bool growsOn(const Node& node, std::size_t slot) {
+  if (slot != 0) return false;
+  const std::vector<PortSpec> inputs = node.op->inputs();
+  return !inputs.empty() && inputs[0].type == PortType::mesh;
+}
+
 GraphKeys::GraphKeys(Graph& graph, const EvalContext& context)
     : graph_(graph), context_(context), seed_(contextSeed(context)), nodes_(graph.idEnd()) {}
 
@@ -63,7 +69,8 @@ void GraphKeys::find(std::uint32_t id) {
   const std::size_t ports = found.passes ? 1 : node.sources.size();
   for (std::size_t slot = 0; slot < ports && !found.hasSurface; ++slot) {
     const std::uint32_t source = node.sources[slot];
-    found.hasSurface = source != 0 && nodes_[source].hasSurface && isActive(node, slot);
+    found.hasSurface = source != 0 && (nodes_[source].hasSurface || growsOn(node, slot)) &&
+                       (found.passes || isActive(node, slot));
   }
 
   std::uint64_t key = hashString(seed_, type);

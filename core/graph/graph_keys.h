@@ -3,12 +3,17 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "core/graph/graph.h"
 
 namespace kestrane {
+
+/// Whether the strands that a node makes are rooted on what is wired to the input: a mesh that
+/// comes before all strands and guides.
+bool growsOn(const Node& node, std::size_t slot);
 
 /// The keys of a graph's nodes for one evaluation, each found once. The context must outlive it and
 /// have its segments filled in.
@@ -25,7 +30,8 @@ class GraphKeys {
   std::uint64_t key(std::uint32_t id) const { return nodes_[id].key; }
   /// Of the node alone.
   std::uint64_t ownKey(std::uint32_t id) const { return nodes_[id].ownKey; }
-  /// Whether the node is or follows a Scalp node, so that its surface does not come from the scene.
+  /// Whether the node is or follows a Scalp node, or grows strands on a mesh that is wired to it,
+  /// so that its surface does not come from the scene.
   bool hasSurface(std::uint32_t id) const { return nodes_[id].hasSurface; }
   bool passesFirstInput(std::uint32_t id) const { return nodes_[id].passes; }
 

@@ -20,6 +20,8 @@ namespace kestrane {
 struct IncrementalState {
   /// The node's previous outputs. An operator that will surely succeed may move one out to recycle
   /// its arrays, where mayRecycle is true; the node then holds no result until it has the new one.
+  /// Whoever writes one on the strength of its use_count() must copy and drop the pointer once
+  /// before: the count alone does not order the reads of a holder who has just let go.
   std::span<GraphValue> previous;
   /// What changed on each input since then; null means everything.
   std::span<const StrandChangesPtr> inputChanges;

@@ -42,6 +42,8 @@ StrandSet& StrandEdit::previous() {
     auto set = std::get<StrandSetPtr>(*previousValue_);
     // Two holders: this pointer and the value. With no third the old result is ours to take apart.
     if (mayRecycle_ && set.use_count() == 2) {
+      // Orders what a third one read before it let go ahead of our writes.
+      StrandSetPtr(set).reset();
       *previousValue_ = std::monostate();
       previous_ = std::const_pointer_cast<StrandSet>(std::move(set));
     } else {

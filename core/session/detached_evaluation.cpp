@@ -8,10 +8,8 @@
 namespace kestrane {
 
 DetachedEvaluation::DetachedEvaluation(GraphDocument graph, EvaluationInputs detachedInputs,
-                                       std::weak_ptr<DetachedEvaluation> before, const void* owner,
-                                       std::uint64_t revision)
+                                       const void* owner, std::uint64_t revision)
     : inputs(std::move(detachedInputs)),
-      predecessor(std::move(before)),
       session(owner),
       graphRevision(revision),
       document(std::move(graph)),
@@ -48,11 +46,10 @@ GraphDocument detachedCopy(const GraphDocument& document) {
 void installDetached(GraphDocument& document, GraphDocument& detached) {
   Graph& graph = document.graph;
   graph.resultCache.clear();
-  for (auto& [id, node] : detached.graph.nodes()) {
-    const std::uint32_t target = graph.findNode(node.name);
-    if (target == 0 || graph.node(target).op->type() != node.op->type()) continue;
+  for (const auto& [target, source] : sameNodes(graph, detached.graph)) {
+    Node& node = detached.graph.node(source);
     graph.node(target).op->adoptState(*node.op);
-    if (const auto report = detached.graph.reports.find(id);
+    if (const auto report = detached.graph.reports.find(source);
         report != detached.graph.reports.end()) {
       graph.reports[target] = report->second;
     }

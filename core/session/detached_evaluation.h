@@ -15,10 +15,8 @@ namespace kestrane {
 /// An evaluation of a graph's copy on a worker of its own.
 class DetachedEvaluation {
  public:
-  /// Starts at once. `before` is the evaluation that is to be committed first, if any. `owner`
-  /// tells sessions apart, `revision` the graphs of one session.
-  DetachedEvaluation(GraphDocument graph, EvaluationInputs detachedInputs,
-                     std::weak_ptr<DetachedEvaluation> before, const void* owner,
+  /// Starts at once. `owner` tells sessions apart, `revision` the graphs of one session.
+  DetachedEvaluation(GraphDocument graph, EvaluationInputs detachedInputs, const void* owner,
                      std::uint64_t revision);
   ~DetachedEvaluation();
 
@@ -26,7 +24,6 @@ class DetachedEvaluation {
   void wait();
 
   const EvaluationInputs inputs;
-  const std::weak_ptr<DetachedEvaluation> predecessor;
   const void* const session;
   const std::uint64_t graphRevision;
   bool committed = false;

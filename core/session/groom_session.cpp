@@ -55,8 +55,7 @@ std::string GroomSession::outputNode() const {
 
 void GroomSession::setScalp(ScalpMeshPtr mesh, int renderLevels, std::string levelsFrom) {
   const std::scoped_lock lock(state_->mutex);
-  const int levels = std::clamp(renderLevels, 0, 3);
-  state_->note(state_->inputs.setScalp({std::move(mesh), levels, std::move(levelsFrom)}));
+  state_->note(state_->inputs.setScalp({std::move(mesh), renderLevels, std::move(levelsFrom)}));
 }
 
 void GroomSession::updateScalpPoints(std::vector<Vec3f> points, std::vector<Vec3f> restPoints) {
@@ -108,7 +107,6 @@ void GroomSession::setSearchPaths(std::vector<std::string> paths) {
 
 void GroomSession::setColliders(std::map<std::string, GroomMesh> colliders) {
   const std::scoped_lock lock(state_->mutex);
-  for (auto& [name, mesh] : colliders) mesh.renderLevels = std::clamp(mesh.renderLevels, 0, 3);
   state_->note(state_->inputs.setColliders(std::move(colliders)));
 }
 
@@ -200,7 +198,12 @@ void GroomSession::commit(const DetachedEvaluationPtr& evaluation) {
 
 StrandSetPtr GroomSession::strands() const {
   const std::scoped_lock lock(state_->mutex);
-  return state_->strands;
+  return state_->output.strands;
+}
+
+ScalpMeshPtr GroomSession::surface() const {
+  const std::scoped_lock lock(state_->mutex);
+  return state_->output.surface;
 }
 
 std::shared_ptr<const GuideHierarchy> GroomSession::guides() const {
@@ -210,7 +213,7 @@ std::shared_ptr<const GuideHierarchy> GroomSession::guides() const {
 
 Extent GroomSession::extent() const {
   const std::scoped_lock lock(state_->mutex);
-  return state_->extent;
+  return state_->output.extent;
 }
 
 std::vector<SessionMessage> GroomSession::messages() const {

@@ -143,6 +143,9 @@ class GroomSession {
 
   // Results: of the last evaluation that went well.
   StrandSetPtr strands() const;  // null before the first
+  /// The mesh that the strands' roots count on, refined and posed as they are; null before the
+  /// first and where there is none.
+  ScalpMeshPtr surface() const;
   /// The guides posed at the last evaluation's time, or as they were set before one.
   std::shared_ptr<const GuideHierarchy> guides() const;
   Extent extent() const;

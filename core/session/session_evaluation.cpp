@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <string_view>
+#include <unordered_map>
 
 #include "core/graph/graph_evaluation.h"
 #include "core/session/scalp_follow.h"
@@ -74,26 +76,50 @@ void forgetOwnKeys(Graph& graph) {
   for (auto& [id, node] : graph.nodes()) node.cache.ownKey = 0;
 }
 
-/// The surface of the current scene that stands for the one on which strands were grown at rest.
-ScalpMeshPtr posedSurface(const Graph& graph, const ScalpMeshPtr& atRest,
-                          const EvaluationInputs& inputs) {
-  const EvalContext context = contextOf(inputs, *inputs.scene);
+/// The node that gave the surface on which strands were grown at rest; 0 where the scene did.
+std::uint32_t surfaceSource(const Graph& graph, const ScalpMeshPtr& atRest) {
   for (const auto& [id, node] : graph.nodes()) {
-    if (node.op->type() != "Scalp" || !node.cache.cached || node.cache.outputs.empty()) continue;
-    if (valueAs<ScalpMesh>(node.cache.outputs.front()) != atRest) continue;
-    const auto scalp = freshOperator(*node.op);
-    scalp->adoptState(*node.op);
-    return valueAs<ScalpMesh>(scalp->evaluate(context, {}));
+    const bool isSource = node.op->inputs().empty() && node.op->output().type == PortType::mesh;
+    if (!isSource || !node.cache.cached || node.cache.outputs.empty()) continue;
+    if (valueAs<ScalpMesh>(node.cache.outputs.front()) == atRest) return id;
   }
-  return inputs.scene->scalp;
+  return 0;
+}
+
+/// What that node gives in the current scene.
+ScalpMeshPtr posedSurface(const Node& node, const EvalContext& context) {
+  const auto source = freshOperator(*node.op);
+  source->adoptState(*node.op);
+  return valueAs<ScalpMesh>(source->evaluate(context, {}));
+}
+
+/// Carries strands that were grown at rest to the current pose of their surface, where the last
+/// result is not just that.
+void follow(Graph& graph, const EvaluationInputs& inputs, EvaluatedStrands& grown) {
+  const EvaluatedStrands& last = inputs.previous;
+  const EvalContext context = contextOf(inputs, *inputs.scene);
+  const ScalpMeshPtr atRest = std::move(grown.surface);
+  const std::uint32_t source = surfaceSource(graph, atRest);
+  grown.pose = source != 0 ? nodeKey(graph, source, context) : context.scene->revision("scalp");
+  const bool isLast = grown.revision != 0 && grown.revision == last.revision;
+  if (last.strands && isLast && grown.pose == last.pose) {
+    grown.strands = last.strands;
+    grown.surface = last.surface;
+    return;
+  }
+  grown.surface = source != 0 ? posedSurface(graph.node(source), context) : inputs.scene->scalp;
+  if (atRest && grown.surface) {
+    grown.strands = carryStrands(grown.strands, *atRest, *grown.surface);
+  }
 }
 
 /// The bounds, looking again only at what changed where the last result can be built on.
 Extent extentOf(const StrandSet& strands, const NodeCache& cache, const EvaluationInputs& inputs) {
-  const bool leadsOn = inputs.previous && inputs.previousRevision != 0 && !inputs.preview &&
-                       cache.previousRevision == inputs.previousRevision && !cache.changes.empty();
+  const EvaluatedStrands& last = inputs.previous;
+  const bool leadsOn = last.strands && last.revision != 0 && !inputs.preview &&
+                       cache.previousRevision == last.revision && !cache.changes.empty();
   if (leadsOn && cache.changes.front()) {
-    return strands.extentAfter(*inputs.previous, *cache.changes.front());
+    return strands.extentAfter(*last.strands, *cache.changes.front());
   }
   return strands.extent();
 }
@@ -137,24 +163,23 @@ EvaluationResult runEvaluation(GraphDocument& document, const EvaluationInputs& 
   const EvalContext context = contextOf(inputs, follows ? *inputs.restScene : *inputs.scene);
   if (!inputs.incremental) forgetOwnKeys(graph);
   const std::uint64_t ranBefore = graph.nodesEvaluated;
-  // What strands are rooted on is only known from results that are kept.
+  // Strands that are only carried with the scalp are worth keeping.
   const bool lean = inputs.request.lean && !follows;
   EvaluationResult result;
-  result.strands = outputStrands(document, lean ? evaluateLean(graph, document.output, context)
-                                                : evaluate(graph, document.output, context));
+  {
+    const GrownValues grown = lean ? evaluateLean(graph, document.output, context)
+                                   : evaluateGrown(graph, document.output, context);
+    result.strands = outputStrands(document, grown.outputs);
+    result.surface = grown.surface;
+  }
   const NodeCache& cache = graph.node(document.output).cache;
+  if (!lean && !inputs.preview) result.revision = cache.revision;
   if (follows) {
     result.restRan = graph.nodesEvaluated != ranBefore;
-    const ScalpMeshPtr surface = cache.surface ? cache.surface : inputs.restScene->scalp;
-    const ScalpMeshPtr posed = posedSurface(graph, surface, inputs);
-    if (surface && posed) result.strands = carryStrands(result.strands, *surface, *posed);
-    result.extent = result.strands->extent();
-  } else if (lean) {
-    result.extent = result.strands->extent();
-  } else {
-    result.extent = extentOf(*result.strands, cache, inputs);
-    result.revision = inputs.preview ? 0 : cache.revision;
+    follow(graph, inputs, result);
   }
+  result.extent =
+      lean || follows ? result.strands->extent() : extentOf(*result.strands, cache, inputs);
   if (!result.extent.finite) failNonFinite(document, lean);
   gatherWarnings(document, context, result.warnings);
   return result;
@@ -171,10 +196,24 @@ std::vector<int> scalpLevels(const Graph& graph, int renderLevels) {
   return {levels.begin(), levels.end()};
 }
 
+std::vector<std::pair<std::uint32_t, std::uint32_t>> sameNodes(const Graph& graph,
+                                                               const Graph& other) {
+  std::unordered_map<std::string_view, std::uint32_t> byName;
+  for (const auto& [id, node] : other.nodes()) byName.emplace(node.name, id);
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> pairs;
+  for (const auto& [id, node] : graph.nodes()) {
+    const auto found = byName.find(node.name);
+    if (found == byName.end()) continue;
+    if (other.node(found->second).op->type() == node.op->type()) {
+      pairs.emplace_back(id, found->second);
+    }
+  }
+  return pairs;
+}
+
 void adoptNodes(Graph& to, Graph& from) {
-  for (auto& [id, node] : to.nodes()) {
-    const std::uint32_t old = from.findNode(node.name);
-    if (old == 0 || from.node(old).op->type() != node.op->type()) continue;
+  for (const auto& [id, old] : sameNodes(to, from)) {
+    Node& node = to.node(id);
     node.op->adoptState(*from.node(old).op);
     node.cache = std::move(from.node(old).cache);
     from.node(old).cache = {};

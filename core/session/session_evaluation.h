@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/data/strand_set.h"
@@ -13,6 +14,15 @@
 #include "core/session/session_scene.h"
 
 namespace kestrane {
+
+/// The strands of an evaluation, and what they were made from.
+struct EvaluatedStrands {
+  StrandSetPtr strands;
+  ScalpMeshPtr surface;  // that the strands are rooted on, as it is posed
+  Extent extent;
+  std::uint64_t revision = 0;  // of the output node's cache; 0: not to be built on
+  std::uint64_t pose = 0;      // of the surface that strands grown at rest were carried to
+};
 
 /// What one evaluation is made from. Nothing in it belongs to a session that may change meanwhile.
 struct EvaluationInputs {
@@ -23,17 +33,13 @@ struct EvaluationInputs {
   SessionScenePtr restScene;
   bool preview = false;
   bool incremental = true;
-  /// The last result, of the same graph, and the revision of the node cache that it came from:
-  /// where little changed, its bounds are built on.
-  StrandSetPtr previous;
-  std::uint64_t previousRevision = 0;
+  /// The last result, which is built on where little or nothing has changed since; without
+  /// strands: none.
+  EvaluatedStrands previous;
 };
 
 /// What an evaluation made.
-struct EvaluationResult {
-  StrandSetPtr strands;
-  Extent extent;
-  std::uint64_t revision = 0;         // of the output node's cache; 0: not to be built on
+struct EvaluationResult : EvaluatedStrands {
   std::vector<std::string> warnings;  // of the nodes that take part, in node order
   bool restRan = false;               // nodes ran to grow strands at the rest pose
 };
@@ -48,6 +54,10 @@ EvaluationResult runEvaluation(GraphDocument& document, const EvaluationInputs& 
 
 /// The scalp's refinements, 1 to 3, that Scalp nodes of the graph may hand out, ascending.
 std::vector<int> scalpLevels(const Graph& graph, int renderLevels);
+
+/// The nodes of one graph and those of another that have the same name and type, by ID.
+std::vector<std::pair<std::uint32_t, std::uint32_t>> sameNodes(const Graph& graph,
+                                                               const Graph& other);
 
 /// Hands operator state, results and reports of one graph to the nodes of another that have the
 /// same name and type. The first graph is left without results.

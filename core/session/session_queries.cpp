@@ -22,11 +22,11 @@ GroomStats GroomSession::stats() const {
   State& state = *state_;
   GroomStats stats;
   if (state.viewport) stats.view = *state.viewport ? "viewport" : "render";
-  if (state.strands) {
-    stats.strands = state.strands->strandCount();
-    stats.points = state.strands->pointCount();
-    stats.channels = state.strands->strandChannelNames();
-    for (std::string& name : state.strands->pointChannelNames()) {
+  if (const StrandSetPtr& strands = state.output.strands) {
+    stats.strands = strands->strandCount();
+    stats.points = strands->pointCount();
+    stats.channels = strands->strandChannelNames();
+    for (std::string& name : strands->pointChannelNames()) {
       stats.channels.push_back(std::move(name));
     }
   }

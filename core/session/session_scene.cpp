@@ -36,6 +36,15 @@ bool replaceShared(std::shared_ptr<const Data>& kept, std::shared_ptr<const Data
   return true;
 }
 
+/// Rest points that are not told apart are the points.
+const std::vector<Vec3f>& restPointsOf(const ScalpMesh& mesh) {
+  return mesh.restPoints().empty() ? mesh.points() : mesh.restPoints();
+}
+
+void clampLevels(GroomMesh& mesh) {
+  mesh.renderLevels = std::clamp(mesh.renderLevels, 0, 3);
+}
+
 bool sameMesh(const GroomMesh& a, const GroomMesh& b) {
   if (a.renderLevels != b.renderLevels || a.subdivisionFrom != b.subdivisionFrom) return false;
   if (a.mesh == b.mesh) return true;
@@ -55,6 +64,7 @@ GuideSetPtr guideSetFrom(const std::vector<GroomGuide>& flat) {
 }  // namespace
 
 bool SessionInputs::setScalp(GroomMesh scalp) {
+  clampLevels(scalp);
   if (sameMesh(scalp_, scalp)) return false;
   scalp_ = std::move(scalp);
   restScalp_ = nullptr;
@@ -70,9 +80,10 @@ bool SessionInputs::updateScalpPoints(std::vector<Vec3f> points, std::vector<Vec
     throw std::invalid_argument("updateScalpPoints: " + std::to_string(given->size()) +
                                 " points for a scalp of " + std::to_string(scalp.points().size()));
   }
-  if (restPoints.empty()) restPoints = scalp.restPoints();
-  if (points == scalp.points() && restPoints == scalp.restPoints()) return false;
-  if (restPoints != scalp.restPoints()) restScalp_ = nullptr;
+  if (restPoints.empty()) restPoints = restPointsOf(scalp);
+  const bool sameRest = restPoints == restPointsOf(scalp);
+  if (points == scalp.points() && sameRest) return false;
+  if (!sameRest) restScalp_ = nullptr;
   scalp_.mesh = scalp.withPoints(std::move(points), std::move(restPoints));
   return true;
 }
@@ -109,6 +120,7 @@ bool SessionInputs::setMaps(std::map<std::string, GroomMap> maps) {
 }
 
 bool SessionInputs::setColliders(std::map<std::string, GroomMesh> colliders) {
+  for (auto& [name, mesh] : colliders) clampLevels(mesh);
   const bool same = std::equal(colliders_.begin(), colliders_.end(), colliders.begin(),
                                colliders.end(), [](const auto& a, const auto& b) {
                                  return a.first == b.first && sameMesh(a.second, b.second);
@@ -136,7 +148,7 @@ std::shared_ptr<const GuideHierarchy> SessionInputs::boundGuides() {
 }
 
 bool SessionInputs::follows() const {
-  return followScalp && scalp_.mesh && !scalp_.mesh->restPoints().empty();
+  return followScalp && scalp_.mesh;
 }
 
 int SessionInputs::effectiveLevels(const GroomMesh& mesh) const {
@@ -144,7 +156,7 @@ int SessionInputs::effectiveLevels(const GroomMesh& mesh) const {
 }
 
 ScalpMeshPtr SessionInputs::restScalp() {
-  const std::vector<Vec3f>& rest = scalp_.mesh->restPoints();
+  const std::vector<Vec3f>& rest = restPointsOf(*scalp_.mesh);
   if (!restScalp_) restScalp_ = scalp_.mesh->withPoints(rest, rest);
   return restScalp_;
 }
@@ -181,11 +193,12 @@ std::shared_ptr<const PaintedMaps> SessionInputs::paintedMaps(const ScalpMeshPtr
   if (painted_ && paintedScalp_ == scalp && paintedLevels_ == levels) return painted_;
   std::vector<ScalpRefinement> used;
   if (scalp && !maps_.empty()) {
-    if (refinedTopology_ != scalp->topologyHash()) refinements_.clear();
-    refinedTopology_ = scalp->topologyHash();
+    std::erase_if(refinements_, [&](const auto& kept) {
+      return !kept.second.mesh || !kept.second.plan->fits(*scalp);
+    });
     for (const int level : levels) {
       ScalpRefinement& refinement = refinements_[level];
-      if (!refinement.plan) {
+      if (!refinement.mesh) {
         refinement.plan = makeSubdivisionPlan(*scalp, level);
         refinement.mesh = refinement.plan->refineMesh(*scalp);
       }

@@ -27,11 +27,12 @@ struct SessionScene {
 using SessionScenePtr = std::shared_ptr<const SessionScene>;
 
 /// What a host has put into a session, and the scene that it makes. Each setter answers whether it
-/// changed anything. Not thread-safe.
+/// changed anything; render levels are clamped to 0 to 3. Not thread-safe.
 class SessionInputs {
  public:
   bool setScalp(GroomMesh scalp);
-  /// Throws std::invalid_argument where the counts do not fit.
+  /// Without rest points the rest pose stays: that of a mesh without one is its points. Throws
+  /// std::invalid_argument where the counts do not fit.
   bool updateScalpPoints(std::vector<Vec3f> points, std::vector<Vec3f> restPoints);
   bool setGuides(std::shared_ptr<const GuideHierarchy> guides);
   bool setFlatGuides(std::vector<GroomGuide> guides);
@@ -95,8 +96,7 @@ class SessionInputs {
     SceneInput flat;
   };
   GuideInputs guideInputs_;
-  std::map<int, ScalpRefinement> refinements_;  // of the scalp's topology
-  std::uint64_t refinedTopology_ = 0;
+  std::map<int, ScalpRefinement> refinements_;  // by level; of the scalp's topology
   std::shared_ptr<const PaintedMaps> painted_;
   ScalpMeshPtr paintedScalp_;
   std::vector<int> paintedLevels_;

@@ -60,8 +60,7 @@ EvaluationInputs GroomSession::State::inputsFor(const EvaluateRequest& request) 
   made.request = request;
   made.preview = preview;
   made.incremental = incremental;
-  made.previous = strands;
-  made.previousRevision = outputRevision;
+  made.previous = output;
   const GroomMesh& scalp = inputs.scalp();
   const std::vector<int> levels =
       scalpLevels(master->graph, inputs.matchRender ? scalp.renderLevels : 0);
@@ -100,7 +99,7 @@ void GroomSession::State::evaluate(const EvaluateRequest& request) {
     EvaluationInputs made = inputsFor(request);
     guides = activeGuides(graph, made);
     if (request.recycle) {
-      made.previous = nullptr;
+      made.previous = {};
       dropResult();
     }
     adopt(runEvaluation(graph, made), request, used);
@@ -113,9 +112,7 @@ void GroomSession::State::evaluate(const EvaluateRequest& request) {
 
 void GroomSession::State::adopt(EvaluationResult result, const EvaluateRequest& request,
                                 Working used) {
-  strands = std::move(result.strands);
-  extent = result.extent;
-  outputRevision = result.revision;
+  output = std::move(static_cast<EvaluatedStrands&>(result));
   viewport = request.viewport;
   lastUsed = used;
   ++evaluations;
@@ -124,9 +121,7 @@ void GroomSession::State::adopt(EvaluationResult result, const EvaluateRequest& 
 }
 
 void GroomSession::State::dropResult() {
-  strands = nullptr;
-  extent = {};
-  outputRevision = 0;
+  output = {};
 }
 
 DetachedEvaluationPtr GroomSession::State::evaluateDetached(const EvaluateRequest& request) {
@@ -134,12 +129,13 @@ DetachedEvaluationPtr GroomSession::State::evaluateDetached(const EvaluateReques
   if (!master || request.liveData || otherScene) return nullptr;
   EvaluationInputs made = inputsFor(request);
   // The session's own result may be another one by the time that this one comes.
-  made.previous = nullptr;
+  made.previous = {};
   made.request.lean = false;
   GraphDocument& graph = working(workingFor(request.viewport));
-  auto evaluation = std::make_shared<DetachedEvaluation>(detachedCopy(graph), std::move(made),
-                                                         lastDetached, this, graphRevision);
-  lastDetached = evaluation;
+  auto evaluation = std::make_shared<DetachedEvaluation>(detachedCopy(graph), std::move(made), this,
+                                                         graphRevision);
+  std::erase_if(detached, [](const auto& earlier) { return earlier.expired(); });
+  detached.push_back(evaluation);
   return evaluation;
 }
 
@@ -148,11 +144,16 @@ void GroomSession::State::commit(DetachedEvaluation& evaluation) {
     throw std::logic_error("a detached evaluation is committed to another session");
   }
   if (evaluation.committed) return;
-  if (const auto before = evaluation.predecessor.lock(); before && !before->committed) {
+  // Those that their holders gave up are waited for no more.
+  std::erase_if(detached, [](const auto& earlier) { return earlier.expired(); });
+  if (detached.empty() || detached.front().lock().get() != &evaluation) {
     throw std::logic_error("a detached evaluation ran before the one it follows");
   }
   evaluation.wait();
   evaluation.committed = true;
+  detached.erase(detached.begin());
+  // The host may hold on to the evaluation, which has no more need of its copy.
+  GraphDocument copy = std::move(evaluation.document);
   if (evaluation.failure) std::rethrow_exception(evaluation.failure);
 
   const EvaluationInputs& made = evaluation.inputs;
@@ -162,7 +163,7 @@ void GroomSession::State::commit(DetachedEvaluation& evaluation) {
   messages.clear();
   if (master) {
     GraphDocument& graph = working(used);
-    installDetached(graph, evaluation.document);
+    installDetached(graph, copy);
     guides = activeGuides(graph, made);
     if (evaluation.graphRevision == graphRevision) {
       takeStoredResults(graph, made);

@@ -70,16 +70,15 @@ struct GroomSession::State {
   std::uint64_t sceneRevision = 1;
 
   // The results.
-  StrandSetPtr strands;
-  Extent extent;
-  std::uint64_t outputRevision = 0;
+  EvaluatedStrands output;
   std::shared_ptr<const GuideHierarchy> guides;
   std::vector<SessionMessage> messages;
   std::uint64_t evaluations = 0;
   std::uint64_t restEvaluations = 0;
   std::optional<bool> viewport;  // of the last evaluation
   Working lastUsed = Working::view;
-  std::weak_ptr<DetachedEvaluation> lastDetached;
+  /// Those that may still be committed, in the order in which they were asked for.
+  std::vector<std::weak_ptr<DetachedEvaluation>> detached;
 };
 
 }  // namespace kestrane

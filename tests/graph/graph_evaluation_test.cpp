@@ -123,6 +123,26 @@ TEST(Evaluation, ABypassedNodeHandsItsFirstInputOnWhereItFits) {
   EXPECT_TRUE(valueAs<FieldValue>(t.evaluateAll(other)[0]));
 }
 
+/// What it hands on is all that its key tells of, so nothing else may have a say.
+TEST(Evaluation, ABypassedNodeThatGetsNothingTakesNoOtherInputEither) {
+  TestGraph t;
+  auto nothing = std::make_unique<Custom>();
+  nothing->ins.clear();
+  nothing->make = [](const EvalContext&, auto) { return std::vector<GraphValue>(1); };
+  const auto empty = t.addOp(std::move(nothing)), other = t.add("TestStrands");
+  auto op = std::make_unique<Custom>();
+  op->ins = {{"a", PortType::strands, true}, {"b", PortType::strands, true}};
+  op->make = [](const EvalContext&, std::span<const GraphValue> in) {
+    return std::vector<GraphValue>{isEmpty(in[0]) ? in[1] : in[0]};
+  };
+  const auto id = t.addOp(std::move(op));
+  t.graph.connect(empty, id, 0);
+  t.graph.connect(other, id, 1);
+  EXPECT_EQ(t.strands(id), t.strands(other));
+  t.graph.node(id).bypass = true;
+  EXPECT_TRUE(isEmpty(t.evaluateAll(id)[0]));
+}
+
 TEST(Evaluation, InputsAreCheckedForWhatTheyCarry) {
   TestGraph t;
   t.setGuides(2);
@@ -182,25 +202,6 @@ TEST(Evaluation, OutputsAreCounted) {
   op->outs.push_back({"b", PortType::strands});
   op->make = [](const EvalContext&, auto) { return std::vector<GraphValue>(3); };
   EXPECT_EQ(t.error(t.addOp(std::move(op), "n")), "node 'n': n made 3 values for 2 outputs");
-}
-
-TEST(Evaluation, NotesJoinWarningsAndAdvice) {
-  TestGraph t;
-  auto op = std::make_unique<Custom>();
-  op->ins.clear();
-  op->specs = {param("size", 1.0, "")};
-  op->advice = "advice";
-  op->make = [](const EvalContext& context, auto) {
-    for (const char* text : {"second", "first", "second", ""}) context.warn(text);
-    return std::vector<GraphValue>(1);
-  };
-  const auto id = t.addOp(std::move(op));
-  t.params(id).set("size", std::string("big"));
-  t.evaluateAll(id);
-  EXPECT_EQ(t.notes(id),
-            "first; param 'size' takes a float, not a string: its default is used; "
-            "second; advice");
-  EXPECT_GE(t.graph.reports[id].milliseconds, 0.0);
 }
 
 TEST(Evaluation, InputsThatDoNotMatterStayUntouched) {
@@ -379,6 +380,77 @@ TEST(Evaluation, TheSurfaceComesFromTheScalpAboveOrTheScene) {
   EXPECT_NE(nodeKey(t.graph, second, t.context()), keyOfScene);
 }
 
+TEST(Evaluation, TheSurfaceGoesThroughABypassedNode) {
+  TestGraph t;
+  const ScalpMeshPtr own = test::shared(test::makeQuad());
+  ScalpMeshPtr seen;
+  auto scalp = std::make_unique<Custom>();
+  scalp->typeName = "Scalp";
+  scalp->ins.clear();
+  scalp->outs = {{"scalp", PortType::mesh}};
+  scalp->make = [&](const EvalContext&, auto) { return std::vector<GraphValue>{own}; };
+  auto grow = std::make_unique<Custom>();
+  grow->ins = {{"in", PortType::mesh}};
+  grow->make = [](const EvalContext&, auto) {
+    return std::vector<GraphValue>{std::make_shared<const StrandSet>()};
+  };
+  auto off = std::make_unique<Custom>();  // which would not even look at its input
+  off->active = [](std::size_t) { return false; };
+  auto last = std::make_unique<Custom>();
+  last->make = [&](const EvalContext& context, std::span<const GraphValue> in) {
+    seen = context.surface;
+    return std::vector<GraphValue>{in[0]};
+  };
+  const std::uint32_t ids[] = {t.addOp(std::move(scalp)), t.addOp(std::move(grow)),
+                               t.addOp(std::move(off)), t.addOp(std::move(last))};
+  for (int i = 0; i < 3; ++i) t.graph.connect(ids[i], ids[i + 1], 0);
+  t.graph.node(ids[2]).bypass = true;
+  t.evaluateAll(ids[3]);
+  EXPECT_EQ(seen, own);
+}
+
+TEST(Evaluation, StrandsGrownOnAnyMeshAreRootedOnIt) {
+  TestGraph t;
+  const ScalpMeshPtr body = test::shared(test::makeQuad()), scene = test::shared(test::makeQuad());
+  const ScalpMeshPtr other = test::shared(test::makeQuad());
+  t.scene.set("scalp", {scene, 0.0, 1});
+  const auto addMesh = [&](const ScalpMeshPtr& mesh) {
+    auto op = std::make_unique<Custom>();
+    op->typeName = "ColliderMesh";
+    op->ins.clear();
+    op->outs = {{"mesh", PortType::mesh}};
+    op->make = [mesh](const EvalContext&, auto) { return std::vector<GraphValue>{mesh}; };
+    return t.addOp(std::move(op));
+  };
+  ScalpMeshPtr seen;
+  const auto addReader = [&](PortType first, PortType second) {
+    auto op = std::make_unique<Custom>();
+    op->ins = {{"first", first}, {"second", second, true}};
+    op->make = [&](const EvalContext& context, std::span<const GraphValue>) {
+      seen = context.surface;
+      return std::vector<GraphValue>{std::make_shared<const StrandSet>()};
+    };
+    return t.addOp(std::move(op));
+  };
+  const auto grow = addReader(PortType::mesh, PortType::guides);
+  const auto collide = addReader(PortType::strands, PortType::mesh);
+  t.graph.connect(addMesh(body), grow, 0);
+  t.graph.connect(grow, collide, 0);
+  t.graph.connect(addMesh(other), collide, 1);
+  EXPECT_EQ(evaluateLean(t.graph, collide, t.context()).surface, body);
+  EXPECT_EQ(evaluateGrown(t.graph, collide, t.context()).surface, body);
+  EXPECT_EQ(seen, body);
+  const auto key = nodeKey(t.graph, collide, t.context());
+  t.scene.set("scalp", {scene, 0.0, 2});
+  EXPECT_EQ(nodeKey(t.graph, collide, t.context()), key) << "the scene's scalp does not count";
+
+  // What strands are kept out of is not what they are rooted on.
+  t.graph.connect(t.add("TestStrands"), collide, 0);
+  EXPECT_EQ(evaluateLean(t.graph, collide, t.context()).surface, scene);
+  EXPECT_EQ(evaluateGrown(t.graph, collide, t.context()).surface, scene);
+  EXPECT_EQ(seen, scene);
+}
+
 TEST(Evaluation, LowMemoryFormGivesTheSameAndKeepsNothing) {
   TestGraph t;
   const auto a = t.add("TestStrands"), move = t.then("TestMove"), left = t.then("TestTint");
@@ -410,7 +482,7 @@ TEST(Evaluation, LowMemoryFormGivesTheSameAndKeepsNothing) {
   t.params(left).set("tint", 0.25);
   const auto before = t.graph.nodesEvaluated;
   const auto revision = t.graph.node(both).cache.revision;
-  const auto again = valueAs<StrandSet>(evaluateLean(t.graph, both, t.context())[0]);
+  const auto again = valueAs<StrandSet>(evaluateLean(t.graph, both, t.context()).outputs[0]);
   EXPECT_EQ(t.graph.nodesEvaluated, before + 2);
   EXPECT_EQ(t.graph.node(both).cache.revision, revision);
   EXPECT_EQ(valueAs<StrandSet>(t.graph.node(both).cache.outputs[0]), kept);

@@ -134,6 +134,7 @@ TEST(Incremental, EqualResultsKeepTheirRevision) {
 
 /// How the arrays of a 3-node chain fare while guides move: who holds what, by address.
 TEST(Incremental, AMoveCopiesNoArray) {
+  const test::Verifying recycling(false);
   Chain t({"TestMove", "TestTint", "TestRefine"});
   t.result();
   const auto addresses = [&] {
@@ -195,6 +196,57 @@ TEST(Incremental, AFailureBetweenLeavesNothingHalfMade) {
   const StrandSetPtr back = t.strands(end);
   for (auto& [id, node] : t.graph.nodes()) node.cache.cached = false;
   expectSameStrands(*back, *t.strands(end));
+}
+
+/// A parameter that makes a node fail and is then put back.
+TEST(Incremental, AFailureOfWhatWasEditedKeepsTheResultsBelow) {
+  const test::Verifying recycling(false);
+  Chain t({"TestMove"});
+  auto op = std::make_unique<test::Custom>();
+  op->specs = {param("fail", false, "")};
+  const auto* parameters = &op->parameters;
+  op->make = [parameters](const EvalContext&, std::span<const GraphValue> in) {
+    if (parameters->boolean("fail")) throw GraphError("no");
+    return std::vector<GraphValue>{std::make_shared<const StrandSet>(*valueAs<StrandSet>(in[0]))};
+  };
+  const auto edited = t.addOp(std::move(op), "edited");
+  t.graph.connect(t.last, edited, 0);
+  t.then("TestTint");
+  t.then("TestMove");
+  const auto end = t.then("TestRefine");
+  t.params(edited).set("fail", false);
+  // Held by its node alone, as otherwise nothing would be taken out of it.
+  const std::uint64_t hash = t.strands(end)->contentHash();
+  const auto count = t.graph.nodesEvaluated;
+  t.params(edited).set("fail", true);
+  EXPECT_EQ(t.error(end), "node 'edited': no");
+  t.params(edited).set("fail", false);
+  EXPECT_EQ(t.strands(end)->contentHash(), hash);
+  EXPECT_EQ(t.graph.nodesEvaluated, count);
+}
+
+TEST(Incremental, AnotherOutputOfTheSameSourceIsAChange) {
+  TestGraph t;
+  auto op = std::make_unique<test::Custom>();
+  op->ins.clear();
+  op->outs.push_back({"other", PortType::strands});
+  op->make = [](const EvalContext&, auto) {
+    std::vector<GraphValue> made;
+    for (const std::uint64_t seed : {1, 2}) {
+      made.push_back(std::make_shared<const StrandSet>(test::makeStrands(4, 3, seed)));
+    }
+    return made;
+  };
+  const auto source = t.addOp(std::move(op));
+  const auto handOn = t.then("TestMove"), end = t.then("TestMove");
+  t.params(handOn).set("affect", 0.0);
+  t.strands(end);
+  for (const std::size_t output : {1, 0}) {
+    t.graph.connect(source, handOn, 0, output);
+    const StrandSetPtr made = t.strands(end);
+    t.graph.node(end).cache.cached = false;
+    expectSameStrands(*made, *t.strands(end));
+  }
 }
 
 TEST(Incremental, AnyRoundOfChangesEqualsAFreshEvaluationThreads) {

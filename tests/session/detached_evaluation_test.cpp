@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "core/session/detached_evaluation.h"
 #include "core/session/groom_session.h"
 #include "tests/session/session_fixtures.h"
 
@@ -95,9 +96,30 @@ TEST_F(Detached, CommitsInTheOrderOfTheRequestsThreads) {
   const DetachedEvaluationPtr third = session.evaluateDetached({});
   dropped.reset();
   session.commit(third);
+  // Nor does one hide those before it.
+  const DetachedEvaluationPtr early = session.evaluateDetached({});
+  dropped = session.evaluateDetached({});
+  const DetachedEvaluationPtr late = session.evaluateDetached({});
+  dropped.reset();
+  EXPECT_THROW(session.commit(late), std::logic_error);
+  session.commit(early);
+  session.commit(late);
   GroomSession other;
   EXPECT_THROW(other.commit(third), std::logic_error);
   other.commit(nullptr);
+}
+
+TEST_F(Detached, GivesItsGraphBackWhateverComesOfItThreads) {
+  for (const char* last : {"{}", R"({"fault":"throw"})"}) {
+    session.setGraph(chain("{}", last));
+    const DetachedEvaluationPtr job = session.evaluateDetached({});
+    EXPECT_EQ(job->document.graph.nodes().size(), 5u);
+    try {
+      session.commit(job);
+    } catch (const GraphError&) {
+    }
+    EXPECT_TRUE(job->document.graph.nodes().empty());
+  }
 }
 
 TEST_F(Detached, FailuresComeOutAtTheCommitThreads) {

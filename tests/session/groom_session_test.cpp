@@ -238,6 +238,16 @@ TEST_F(Session, ControlsAndObjectsReachTheNodesThatReadThem) {
   EXPECT_EQ(Runs::shift, shifts);
 }
 
+TEST_F(Session, RenderLevelsStayInTheirRange) {
+  GroomDocument document = test::makeDocument();
+  document.scalp.renderLevels = 9;
+  document.colliders["body"].renderLevels = -4;
+  session.load(document);
+  EXPECT_EQ(session.scalpRenderLevels(), 3);
+  EXPECT_EQ(session.document().scalp.renderLevels, 3);
+  EXPECT_EQ(session.document().colliders["body"].renderLevels, 0);
+}
+
 TEST_F(Session, TheScalpIsRefinedAsTheRenderDrawsIt) {
   session.setScalp(sharedGrid(2), 1);
   session.evaluate({});
@@ -251,10 +261,10 @@ TEST_F(Session, TheScalpIsRefinedAsTheRenderDrawsIt) {
 }
 
 TEST_F(Session, StrandsFollowTheScalpAsRigidBodies) {
-  for (const int level : {0, 1}) {
+  for (const auto& [level, hasRest] : {std::pair(0, true), {1, true}, {0, false}, {1, false}}) {
     GroomSession follower;
     follower.setGraph(chain());
-    follower.setScalp(test::sharedGridAtRest(2), level);
+    follower.setScalp(hasRest ? test::sharedGridAtRest(2) : sharedGrid(2), level);
     follower.setFollowScalp(true);
     follower.evaluate({});
     const StrandSetPtr rest = follower.strands();
@@ -273,12 +283,54 @@ TEST_F(Session, StrandsFollowTheScalpAsRigidBodies) {
     // The last strand is rooted nowhere.
     EXPECT_EQ(posed->points().back(), rest->points().back());
     EXPECT_EQ(follower.extent().max, posed->extent().max);
+    follower.evaluate({});
+    EXPECT_EQ(follower.strands(), posed) << "nothing moved, so nothing is carried";
+    EXPECT_EQ(follower.extent().max, posed->extent().max);
     follower.updateScalpPoints(scalp->points());
     follower.evaluate({});
     EXPECT_EQ(follower.strands()->contentHash(), rest->contentHash());
     follower.setGraph(chain(R"({"by":1.0})"));
     follower.evaluate({});
     EXPECT_EQ(follower.stats().restEvaluations, 2u);
+  }
+}
+
+TEST_F(Session, TheSurfaceIsTheOneThatStrandsAreRootedOn) {
+  session.setColliders({{"body", {sharedGrid(3), 1}}});
+  const auto replaced = [](const char* source) {
+    std::string text = chain();
+    const std::string scalp = R"("type":"Scalp")";
+    return text.replace(text.find(scalp), scalp.size(), source);
+  };
+  const std::string own = chain();
+  const std::string collider = replaced(R"("type":"ColliderMesh","params":{"name":"body"})");
+  const std::string input =
+      replaced(R"("type":"Scalp","params":{"input":"mesh:body","subdivision":"off"})");
+  struct Case {
+    const std::string& graph;
+    int level;
+    std::size_t triangles;
+  };
+  EXPECT_EQ(session.surface(), nullptr);
+  for (const Case& c : {Case{own, 0, 8}, {own, 1, 32}, {collider, 0, 72}, {input, 0, 18}}) {
+    session.setGraph(c.graph);
+    session.setScalp(test::sharedGridAtRest(2), c.level);
+    for (const bool follow : {false, true}) {
+      session.setFollowScalp(follow);
+      session.updateScalpPoints(test::moved(session.scalp()->points()));
+      for (const bool lean : {false, true}) {
+        EXPECT_THAT(session.evaluate({.lean = lean}), IsEmpty());
+        ASSERT_NE(session.surface(), nullptr);
+        EXPECT_EQ(session.surface()->triangleCount(), c.triangles);
+        const StrandSet& strands = *session.strands();
+        for (std::size_t i = 0; i + 1 < strands.strandCount(); ++i) {
+          EXPECT_LT(distance(session.surface()->positionAt(strands.roots()[i]),
+                             strands.strandPoints(i)[0]),
+                    1e-5f)
+              << i;
+        }
+      }
+    }
   }
 }
 
