@@ -9,7 +9,7 @@
 #include "core/base/hash.h"
 #include "core/data/polyline.h"
 #include "core/expr/expression.h"
-#include "core/graph/guide_sampler.h"
+#include "core/graph/expression_environment.h"
 #include "core/graph/map_fields.h"
 #include "core/graph/map_files.h"
 
@@ -20,66 +20,13 @@ namespace {
 constexpr std::uint64_t randSalt = 0xE9502A4Dull;
 using Slot = ExpressionSlot;
 
-/// An image read by an expression at the surface's UVs.
-class ImageMap final : public ExpressionMap {
- public:
-  explicit ImageMap(std::shared_ptr<const Texture> texture) : texture_(std::move(texture)) {}
-  float sample(const MapSample& sample, MapComponent component) const override {
-    return componentOf(texture_->sample(sample.uv.x, sample.uv.y), component);
-  }
-
- private:
-  std::shared_ptr<const Texture> texture_;
-};
-
-/// A guide layer read by an expression.
-class GuideLayerMap final : public ExpressionMap {
- public:
-  explicit GuideLayerMap(GuideSampler sampler) : sampler_(std::move(sampler)) {}
-  float sample(const MapSample& sample, MapComponent) const override {
-    return sampler_.at(sample.position);
-  }
-
- private:
-  GuideSampler sampler_;
-};
-
-/// What the name stands for: a painted map, a layer of the guides, or an image file.
-std::shared_ptr<const ExpressionMap> findMap(const std::string& name, const EvalContext& context,
-                                             const FieldTarget& target) {
-  if (context.resources != nullptr && context.resources->paintedMap) {
-    const auto painted = context.resources->paintedMap(name);
-    if (painted.map) return painted.map;
-    if (!painted.problem.empty()) {
-      throw ExpressionError("map(\"" + name + "\"): " + painted.problem);
-    }
-  }
-  GuideSetPtr guides = target.guides;
-  if (!guides && context.scene != nullptr) {
-    if (const SceneInput* input = context.scene->find("guides")) {
-      guides = valueAs<GuideSet>(input->value);
-    }
-  }
-  if (guides) {
-    GuideSampler sampler(*guides, name);
-    if (!sampler.empty()) return std::make_shared<GuideLayerMap>(std::move(sampler));
-  }
-  if (!isMapFile(name, context)) return nullptr;
-  try {
-    return std::make_shared<ImageMap>(openMapFile(name, context));
-  } catch (const TextureError& error) {
-    throw ExpressionError(error.what());
-  }
-}
-
 /// A compiled expression with all that it reads of the strands at hand.
 class BoundExpression {
  public:
   BoundExpression(const std::string& param, const MapRef& map, const EvalContext& context,
                   const FieldTarget& target, ExpressionType wanted)
       : strands_(*target.strands), surface_(target.surface) {
-    ExpressionEnvironment environment;
-    environment.findMap = [&](const std::string& name) { return findMap(name, context, target); };
+    const ExpressionEnvironment environment = expressionEnvironment(context, target.guides);
     const std::string prefix = "param '" + param + "': ";
     try {
       program_ = Expression::compile(map.text, environment, wanted);
@@ -220,22 +167,19 @@ class BoundExpression {
 /// A bound expression as the source of a field of numbers or vectors.
 template <class Base, class T>
 struct ExpressionSource final : Base {
-  ExpressionSource(BoundExpression e, const MapRef& map)
-      : expression(std::move(e)), low(map.min), range(map.max - map.min) {
+  ExpressionSource(BoundExpression e, const MapRef& m) : expression(std::move(e)), map(m) {
     this->perPoint = expression.perPoint();
     this->wholeSet = expression.program().readsWholeSet();
   }
   void values(std::size_t strand, std::span<T> out) const override {
     if (out.empty()) return;
     expression.values(strand, out);
-    if (low == 0.0f && range == 1.0f) return;
-    for (T& value : out) value = scaled(value);
+    if (map.min == 0.0f && map.max == 1.0f) return;
+    for (T& value : out) value = map.scaled(value);
   }
-  float scaled(float value) const { return low + range * value; }
-  Vec3f scaled(Vec3f value) const { return Vec3f{low, low, low} + value * range; }
 
   BoundExpression expression;
-  float low, range;
+  MapRef map;
 };
 
 }  // namespace
@@ -244,7 +188,7 @@ ScalarField expressionField(const std::string& param, const MapRef& map, const E
                             const FieldTarget& target) {
   BoundExpression bound(param, map, context, target, ExpressionType::number);
   if (bound.program().isConstant()) {
-    return ScalarField(map.min + (map.max - map.min) * bound.program().evaluate({}));
+    return ScalarField(map.scaled(bound.program().evaluate({})));
   }
   return ScalarField(
       std::make_shared<ExpressionSource<ScalarField::Source, float>>(std::move(bound), map));

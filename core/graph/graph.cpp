@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "core/base/errors.h"
+#include "core/graph/wire_types.h"
 
 namespace kestrane {
 
@@ -16,10 +17,6 @@ namespace {
 
 constexpr std::array<std::string_view, 3> evaluationWords = {"always", "viewportOnly",
                                                              "renderOnly"};
-
-bool carriesCurves(PortType type) {
-  return type == PortType::strands || type == PortType::guides || type == PortType::curves;
-}
 
 /// The name, with the first number from 2 behind it that makes it differ from all others.
 std::string uniqueName(const std::string& name, const std::map<std::uint32_t, Node>& nodes) {
@@ -85,8 +82,7 @@ std::uint32_t Graph::addNode(std::unique_ptr<Operator> op, std::string name) {
 }
 
 std::uint32_t Graph::insertNode(std::unique_ptr<Operator> op, std::string name) {
-  // An operator that has not told its parameter set what it declares is asked here, so that the
-  // set answers with defaults and limits from the first.
+  // Its parameter set has to answer with defaults and limits from the first.
   if (op->parameters.declarations().specs.empty()) {
     auto specs = effectiveParams(*op);
     if (!specs.empty()) {
@@ -148,19 +144,14 @@ std::vector<PortSpec> Graph::inputPorts(const Node& node) const {
 }
 
 PortType Graph::resolvedOutputType(std::uint32_t id, std::size_t output) const {
-  // Each step goes to another node further up; a graph has no cycles, but its wires are open to
-  // all, so the number of steps is bounded all the same.
-  for (std::size_t step = 0; step <= nodes_.size(); ++step) {
-    const Node& from = node(id);
-    const std::vector<PortSpec> outputs = from.op->outputs();
-    const PortType type = output < outputs.size() ? outputs[output].type : PortType::curves;
-    if (type != PortType::curves || from.sources.empty() || from.sources[0] == 0) return type;
-    const std::vector<PortSpec> inputs = from.op->inputs();
-    if (inputs.empty() || !carriesCurves(inputs[0].type)) return type;
-    id = from.sources[0];
-    output = static_cast<std::size_t>(from.sourceOutputs[0]);
-  }
-  return PortType::curves;
+  return WireTypes(*this).output(id, output);
+}
+
+bool Graph::isRead(std::uint32_t id) const {
+  return std::any_of(nodes_.begin(), nodes_.end(), [id](const auto& entry) {
+    const std::vector<std::uint32_t>& sources = entry.second.sources;
+    return std::find(sources.begin(), sources.end(), id) != sources.end();
+  });
 }
 
 bool Graph::isUpstream(std::uint32_t wanted, std::uint32_t from) const {
@@ -182,31 +173,30 @@ bool Graph::isUpstream(std::uint32_t wanted, std::uint32_t from) const {
 
 void Graph::connect(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
                     std::size_t outputSlot) {
-  checkWire(from, to, inputSlot, outputSlot);
+  const PortType wanted = checkSlots(from, to, inputSlot, outputSlot);
+  WireTypes types(*this);
+  types.check(from, outputSlot, wanted);
   if (isUpstream(to, from)) throw GraphError("connection would create a cycle");
+  if (inputSlot == 0 && isRead(to)) {
+    // What comes in may come out again and go where it does not fit.
+    types.assumeFirstInput(to, types.output(from, outputSlot));
+    types.checkAll();
+  }
   setWire(from, to, inputSlot, outputSlot);
 }
 
-void Graph::checkWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
-                      std::size_t outputSlot) const {
+PortType Graph::checkSlots(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+                           std::size_t outputSlot) const {
   const Node& source = node(from);
   const Node& target = node(to);
   const std::vector<PortSpec> ports = inputPorts(target);
   if (inputSlot >= ports.size()) {
     throw GraphError(target.op->type() + " has no input slot " + std::to_string(inputSlot));
   }
-  const std::vector<PortSpec> outputs = source.op->outputs();
-  if (outputSlot >= outputs.size()) {
+  if (outputSlot >= source.op->outputs().size()) {
     throw GraphError(source.op->type() + " has no output " + std::to_string(outputSlot));
   }
-  // A Curves input takes whatever a Curves output carries, which saves the walk up to find it.
-  const PortType wanted = ports[inputSlot].type;
-  if (wanted == PortType::curves && outputs[outputSlot].type == PortType::curves) return;
-  const PortType given = resolvedOutputType(from, outputSlot);
-  if (!portsFit(given, wanted)) {
-    throw GraphError("type mismatch: " + std::string(portTypeName(given)) + " -> " +
-                     std::string(portTypeName(wanted)));
-  }
+  return ports[inputSlot].type;
 }
 
 void Graph::setWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,

@@ -40,9 +40,9 @@ struct NodeCache {
   std::uint64_t ownKey = 0;    // key of the node alone
   std::vector<std::uint64_t> inputRevisions;
   std::vector<std::uint64_t> inputOutputs;  // which output of the source stood on each input
-  std::vector<GraphValue> inputs;         // guides and meshes only: what the result was made from
-  std::vector<StrandChangesPtr> changes;  // per output; null: everything
-  std::uint64_t previousRevision = 0;     // the revision that `changes` is relative to
+  std::vector<GraphValue> inputs;           // guides and meshes only: what the result was made from
+  std::vector<StrandChangesPtr> changes;    // per output; null: everything
+  std::uint64_t previousRevision = 0;       // the revision that `changes` is relative to
   bool changesFollowInput = false;
   ScalpMeshPtr surface;  // that the result's strands are rooted on
   NodeReport report;     // of the run that made the result
@@ -78,8 +78,9 @@ class Graph {
   std::uint32_t addNode(std::unique_ptr<Operator> op, std::string name = {});
   /// Removes the node and opens all inputs that came from it.
   void removeNode(std::uint32_t id);
-  /// Wires an output to an input. Throws GraphError and changes nothing when the slots, types or
-  /// direction do not fit.
+  /// Wires an output to an input, in place of the wire that was there. Throws GraphError and
+  /// changes nothing when the slots, types or direction do not fit, or when what the wire carries
+  /// would not fit further down.
   void connect(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
                std::size_t outputSlot = 0);
   void disconnect(std::uint32_t to, std::size_t inputSlot);
@@ -90,6 +91,15 @@ class Graph {
   /// In ID order. Nodes come and go through addNode and removeNode alone.
   const std::map<std::uint32_t, Node>& nodes() const { return nodes_; }
   std::map<std::uint32_t, Node>& nodes() { return nodes_; }
+  /// Calls visit(id, node) for each node in ID order.
+  template <class Visit>
+  void forEachNode(Visit&& visit) const {
+    for (const auto& [id, node] : nodes_) visit(id, node);
+  }
+  template <class Visit>
+  void forEachNode(Visit&& visit) {
+    for (auto& [id, node] : nodes_) visit(id, node);
+  }
   /// One more than the greatest ID that was given out.
   std::uint32_t idEnd() const { return nextId_; }
 
@@ -123,9 +133,10 @@ class Graph {
   friend class GraphReader;
 
   std::uint32_t insertNode(std::unique_ptr<Operator> op, std::string name);
-  /// What connect checks, but for cycles, and what it then does.
-  void checkWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
-                 std::size_t outputSlot) const;
+  /// What the input takes. Throws GraphError where there is no such input or output.
+  PortType checkSlots(std::uint32_t from, std::uint32_t to, std::size_t inputSlot,
+                      std::size_t outputSlot) const;
+  bool isRead(std::uint32_t id) const;
   void setWire(std::uint32_t from, std::uint32_t to, std::size_t inputSlot, std::size_t outputSlot);
   bool isUpstream(std::uint32_t wanted, std::uint32_t from) const;
   bool hasCycle() const;

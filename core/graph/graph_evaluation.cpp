@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/base/errors.h"
+#include "core/graph/expression_environment.h"
 #include "core/graph/graph_keys.h"
 #include "core/graph/graph_walk.h"
 #include "core/graph/node_run.h"
@@ -48,13 +49,19 @@ GraphValue previewed(const GraphValue& value) {
   return std::make_shared<const StrandSet>(strands->subset(kept));
 }
 
+/// Graphs inside a graph share what the outer one has found.
+EvalContext withFound(EvalContext context) {
+  if (!context.found) context.found = std::make_shared<Found>();
+  return context;
+}
+
 /// One evaluation of one node and all that it needs. Keys tell beforehand which nodes have to run,
 /// so these are put in order first and then run one after the other, without recursion.
 class Evaluation {
  public:
   Evaluation(Graph& graph, const EvalContext& context, bool lean)
       : graph_(graph),
-        context_(withSegments(graph, context)),
+        context_(withFound(withSegments(graph, context))),
         lean_(lean),
         keys_(graph, context_),
         plans_(graph.idEnd()) {}
@@ -219,7 +226,7 @@ class Evaluation {
   /// The scene object behind a result may be another one although nothing that counts has changed.
   void refresh(std::uint32_t id, Node& node) {
     NodeInputs inputs;
-    inputs.values.resize(node.sources.size());
+    inputs.values.resize(node.op->inputs().size());
     NodeResult result = NodeRun(node, context_, std::move(inputs)).run();
     const ScalpMeshPtr surface = ownSurface(node, result.outputs);
     std::vector<GraphValue>& outputs = lean_ ? plans_[id].outputs : node.cache.outputs;

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <exception>
 #include <map>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "core/graph/graph_document.h"
 #include "core/graph/graph_migration.h"
 #include "core/graph/operator_registry.h"
+#include "core/graph/wire_types.h"
 
 namespace kestrane {
 
@@ -72,11 +75,7 @@ void readParams(const Json& node, const std::string& label, Operator& op) {
   if (found == node.end()) return;
   if (!found->is_object()) throw GraphError(label + ": params must be an object");
   for (const auto& [name, value] : found->items()) {
-    try {
-      op.parameters.set(name, paramValueFromJson(name, value));
-    } catch (const GraphError& error) {
-      throw GraphError(label + ": " + error.what());
-    }
+    op.parameters.set(name, paramValueFromJson(name, value));
   }
 }
 
@@ -124,9 +123,7 @@ class GraphReader {
     if (const auto found = json.find("backdrops"); found != json.end()) {
       document_.backdrops = shown(*found);
     }
-    for (const Json& wire : listAt(json, "connections")) readConnection(wire);
-    // Once for all wires: one search for each takes long on a long chain.
-    if (document_.graph.hasCycle()) throw GraphError("connection would create a cycle");
+    readConnections(listAt(json, "connections"));
     const std::string* output = textAt(json, "output");
     if (output == nullptr) throw GraphError("graph JSON has no 'output' node");
     document_.output = idOf(*output);
@@ -186,17 +183,69 @@ class GraphReader {
     }
   }
 
-  void readConnection(const Json& json) {
+  struct Wire {
+    std::uint32_t from, to;
+    std::size_t input, output;
+    PortType wanted;  // by the input
+  };
+
+  void readConnections(const Json& list) {
+    std::vector<Wire> wires;
+    std::exception_ptr failure;
+    for (const Json& json : list) {
+      try {
+        wires.push_back(readConnection(json));
+      } catch (const GraphError&) {
+        failure = std::current_exception();
+        break;
+      }
+    }
+    connectAll(wires);
+    if (failure) std::rethrow_exception(failure);
+  }
+
+  /// What connecting one after the other comes to, whatever their order; but the checks are made
+  /// once for all, since each of them may take a walk over the whole graph.
+  void connectAll(std::span<const Wire> wires) {
+    std::size_t good = wires.size();
+    setWires(wires);
+    const bool isCyclic = document_.graph.hasCycle();
+    if (isCyclic) {
+      // The wires up to the one that closes a cycle, by halving.
+      std::size_t bad = std::exchange(good, 0);
+      while (bad - good > 1) {
+        const std::size_t middle = good + (bad - good) / 2;
+        setWires(wires.first(middle));
+        (document_.graph.hasCycle() ? bad : good) = middle;
+      }
+      setWires(wires.first(good));
+    }
+    WireTypes types(document_.graph);
+    for (const Wire& wire : wires.first(isCyclic ? good + 1 : good)) {
+      types.check(wire.from, wire.output, wire.wanted);
+    }
+    if (isCyclic) throw GraphError("connection would create a cycle");
+  }
+
+  /// Of two wires into one input the last stands.
+  void setWires(std::span<const Wire> wires) {
+    document_.graph.forEachNode(
+        [](std::uint32_t, Node& node) { std::fill(node.sources.begin(), node.sources.end(), 0u); });
+    for (const Wire& wire : wires) {
+      document_.graph.setWire(wire.from, wire.to, wire.input, wire.output);
+    }
+  }
+
+  Wire readConnection(const Json& json) const {
     const std::string* from = json.is_object() ? textAt(json, "from") : nullptr;
     const std::string* to = json.is_object() ? textAt(json, "to") : nullptr;
     const std::string* input = json.is_object() ? textAt(json, "input") : nullptr;
     if (from == nullptr || to == nullptr || input == nullptr) {
       throw GraphError("graph JSON: a connection needs from, to and input, each a name");
     }
-    Graph& graph = document_.graph;
+    const Graph& graph = document_.graph;
     const std::uint32_t fromId = idOf(*from), toId = idOf(*to);
-    const Node& target = graph.node(toId);
-    const std::vector<PortSpec> ports = graph.inputPorts(target);
+    const std::vector<PortSpec> ports = graph.inputPorts(graph.node(toId));
     const std::size_t slot = portNamed(ports, *input);
     if (slot == ports.size()) throw GraphError(*to + " has no input '" + *input + "'");
     std::size_t outputSlot = 0;
@@ -209,12 +258,8 @@ class GraphReader {
                          "'");
       }
     }
-    // The same wire twice does no harm; two wires into one input would leave one of them out.
-    const bool isOther = target.sources[slot] != 0 && (target.sources[slot] != fromId ||
-                                                       target.sourceOutputs[slot] != outputSlot);
-    if (isOther) throw GraphError(*to + " has two connections into its input '" + *input + "'");
-    graph.checkWire(fromId, toId, slot, outputSlot);
-    graph.setWire(fromId, toId, slot, outputSlot);
+    graph.checkSlots(fromId, toId, slot, outputSlot);
+    return {fromId, toId, slot, outputSlot, ports[slot].type};
   }
 
   std::uint32_t idOf(const std::string& name) const {
@@ -237,6 +282,8 @@ GraphDocument graphFromJson(std::string_view text) {
   Json json;
   try {
     json = parseJson(text);
+  } catch (const GraphError&) {
+    throw;
   } catch (const std::runtime_error& error) {
     throw GraphError("graph JSON: " + std::string(error.what()));
   }

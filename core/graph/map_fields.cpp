@@ -14,10 +14,6 @@ namespace kestrane::detail {
 
 namespace {
 
-float inRange(const MapRef& map, float sample) {
-  return map.min + (map.max - map.min) * sample;
-}
-
 /// A value per strand that at(strand) gives.
 template <class At>
 ScalarField perStrand(At at) {
@@ -51,12 +47,11 @@ ScalarField perPoint(const StrandSet& strands, At at) {
 bool channelField(const MapRef& map, const StrandSet& strands, ScalarField& field) {
   if (const Array<float>* points = strands.pointChannel(map.text)) {
     field = perPoint(strands,
-                     [map, points](std::size_t point) { return inRange(map, (*points)[point]); });
+                     [map, points](std::size_t point) { return map.scaled((*points)[point]); });
     return true;
   }
   if (const Array<float>* values = strands.strandChannel(map.text)) {
-    field =
-        perStrand([map, values](std::size_t strand) { return inRange(map, (*values)[strand]); });
+    field = perStrand([map, values](std::size_t strand) { return map.scaled((*values)[strand]); });
     return true;
   }
   return false;
@@ -73,7 +68,7 @@ ScalarField sampledFromGuides(const std::string& param, const MapRef& map,
   const StrandSet& strands = *target.strands;
   return perStrand([map, sampler, &strands](std::size_t strand) {
     const std::span<const Vec3f> points = strands.strandPoints(strand);
-    return inRange(map, points.empty() ? 0.0f : sampler->at(points.front()));
+    return map.scaled(points.empty() ? 0.0f : sampler->at(points.front()));
   });
 }
 
@@ -92,7 +87,7 @@ ScalarField textureField(const MapRef& map, const EvalContext& context, const Fi
   const auto& roots = target.strands->roots();
   return perStrand([map, texture, surface = target.surface, &roots](std::size_t strand) {
     const Vec2f uv = surface->uvAt(roots[strand]);
-    return inRange(map, componentOf(texture->sample(uv.x, uv.y), map.component));
+    return map.scaled(componentOf(texture->sample(uv.x, uv.y), map.component));
   });
 }
 
@@ -102,7 +97,7 @@ ScalarField colorSetField(const MapRef& map, const FieldTarget& target) {
   }
   const auto& roots = target.strands->roots();
   return perStrand([map, surface = target.surface, &roots](std::size_t strand) {
-    return inRange(map, componentOf(surface->colorAt(map.text, roots[strand]), map.component));
+    return map.scaled(componentOf(surface->colorAt(map.text, roots[strand]), map.component));
   });
 }
 
@@ -128,30 +123,29 @@ ScalarField guideField(const std::string& param, const MapRef& map, const FieldT
                    "' on the strands (Interpolate writes it; paint it on the guides)");
 }
 
-ScalarField wiredField(FieldValuePtr field, const EvalContext& context, const FieldTarget& target) {
-  field->prepare(context);
-  if (const auto constant = field->constant()) return ScalarField(*constant);
-  const StrandSet& strands = *target.strands;
-  const auto sampleAt = [field, &strands, surface = target.surface](std::size_t strand,
-                                                                    std::size_t point) {
-    return field->valueAt({&strands, surface.get(), strand, point});
-  };
+ScalarField wiredField(FieldValuePtr field, const FieldTarget& target) {
   struct Source final : ScalarField::Source {
-    Source(const StrandSet& s, decltype(sampleAt) a, bool points) : strands(s), at(std::move(a)) {
-      perPoint = points;
+    Source(FieldValuePtr f, const FieldTarget& target)
+        : field(std::move(f)), strands(*target.strands), surface(target.surface) {
+      perPoint = field->usesPoints();
+      wholeSet = field->dependsOnStrand();
     }
     void values(std::size_t strand, std::span<float> out) const override {
+      const auto at = [&](std::size_t point) {
+        return field->valueAt({&strands, surface.get(), strand, point});
+      };
       const std::size_t first = strands.offsets()[strand];
       if (!perPoint || first == strands.offsets()[strand + 1]) {
-        std::fill(out.begin(), out.end(), at(strand, first));
+        std::fill(out.begin(), out.end(), at(first));
         return;
       }
-      for (std::size_t i = 0; i < out.size(); ++i) out[i] = at(strand, first + i);
+      for (std::size_t i = 0; i < out.size(); ++i) out[i] = at(first + i);
     }
+    FieldValuePtr field;
     const StrandSet& strands;
-    decltype(sampleAt) at;
+    ScalpMeshPtr surface;
   };
-  return ScalarField(std::make_shared<Source>(strands, sampleAt, field->usesPoints()));
+  return ScalarField(std::make_shared<Source>(std::move(field), target));
 }
 
 }  // namespace kestrane::detail

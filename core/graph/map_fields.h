@@ -16,7 +16,7 @@ ScalarField textureField(const MapRef& map, const EvalContext& context, const Fi
 ScalarField colorSetField(const MapRef& map, const FieldTarget& target);
 ScalarField attributeField(const std::string& param, const MapRef& map, const FieldTarget& target);
 ScalarField guideField(const std::string& param, const MapRef& map, const FieldTarget& target);
-ScalarField wiredField(FieldValuePtr field, const EvalContext& context, const FieldTarget& target);
+ScalarField wiredField(FieldValuePtr field, const FieldTarget& target);
 ScalarField expressionField(const std::string& param, const MapRef& map, const EvalContext& context,
                             const FieldTarget& target);
 VectorField expressionVectorField(const std::string& param, const MapRef& map,

@@ -12,13 +12,14 @@
 
 namespace kestrane {
 
-/// Image files that parameters name, found in the context's search paths.
+/// Image files that parameters name, found in the context's search paths. Display and previews read
+/// "NAME_preview.EXT" beside the file instead, where there is one.
 
 /// Whether the name stands for an image file, or a set of tiles, that exists.
 bool isMapFile(const std::string& name, const EvalContext& context);
 /// Throws TextureError where it cannot be read.
 std::shared_ptr<const Texture> openMapFile(const std::string& name, const EvalContext& context);
-/// A hash of which file the name stands for and when it was written; 0 for none.
+/// A hash of which file, or tiles, the name stands for and when they were written; 0 for none.
 std::uint64_t mapFileKey(const std::string& name, const EvalContext& context);
 
 }  // namespace kestrane

@@ -91,7 +91,9 @@ void NodeRun::wireParams() {
     const std::size_t slot = ports_.size() + i;
     if (slot >= inputs_.values.size()) break;
     const GraphValue& value = inputs_.values[slot];
-    op_.parameters.wireField(node_.paramInputs[i], valueAs<FieldValue>(value));
+    const FieldValuePtr field = valueAs<FieldValue>(value);
+    if (field) field->prepare(context_);
+    op_.parameters.wireField(node_.paramInputs[i], field);
     op_.parameters.wireCurve(node_.paramInputs[i], valueAs<Ramp>(value));
     if (inputs_.keepsResult) {
       const StrandChangesPtr& changes = inputs_.changes[slot];
@@ -123,16 +125,38 @@ const PortSpec* NodeRun::missingInput() const {
   return nullptr;
 }
 
+void NodeRun::checkFields() const {
+  const auto fail = [&](const std::string& port) {
+    throw GraphError(op_.type() + ": connect a field to '" + port + "'");
+  };
+  for (std::size_t slot = 0; slot < inputs_.values.size(); ++slot) {
+    const GraphValue& value = inputs_.values[slot];
+    if (slot >= ports_.size()) {
+      const bool isWired = slot < node_.sources.size() && node_.sources[slot] != 0;
+      if (isWired && isEmpty(value)) fail(node_.paramInputs[slot - ports_.size()]);
+    } else if (!ports_[slot].optional && isActive(node_, slot)) {
+      const PortType type = ports_[slot].type;
+      const bool isMissing = (type == PortType::field && !valueAs<FieldValue>(value)) ||
+                             (type == PortType::curve && !valueAs<Ramp>(value));
+      if (isMissing) fail(ports_[slot].name);
+    }
+  }
+}
+
 void NodeRun::makeOutputs() {
-  for (std::string& sentence : op_.parameters.misfits()) context_.warn(std::move(sentence));
   if (guides_) {
     inputs_.values[0] = std::make_shared<const StrandSet>(strandsFromGuides(*guides_));
   }
   if (passes_) {
     passThrough();
-  } else if (!tryIncremental()) {
-    makeWhole();
-    findChanges();
+  } else {
+    // A bypassed node that has nothing to pass on runs as if no other input were wired.
+    if (!inputs_.bypassed) checkFields();
+    for (std::string& sentence : op_.parameters.misfits()) context_.warn(std::move(sentence));
+    if (!tryIncremental()) {
+      makeWhole();
+      findChanges();
+    }
   }
   finishChanges();
   if (guides_) {

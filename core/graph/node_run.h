@@ -50,6 +50,8 @@ class NodeRun {
   void checkKinds() const;
   /// A port whose strands are needed and do not come; null if there is none.
   const PortSpec* missingInput() const;
+  /// Throws GraphError for a field or curve that is needed and does not come.
+  void checkFields() const;
   void makeOutputs();
   void passThrough();
   bool tryIncremental();

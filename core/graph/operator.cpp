@@ -4,9 +4,6 @@
 #include "core/graph/operator.h"
 
 #include <algorithm>
-#include <map>
-#include <mutex>
-#include <utility>
 
 #include "core/base/json.h"
 #include "core/graph/operator_registry.h"
@@ -31,18 +28,6 @@ ParamSpec affectParam() {
       .range(0, 1)
       .unit("fraction")
       .group("Common");
-}
-
-/// One list per declaration, made at first use: operators are made by the thousand, and doc strings
-/// are long. Declarations live as long as the process, so their addresses name them.
-std::shared_ptr<const ParamDeclarations> sharedDeclarations(const OperatorDeclaration& declaration,
-                                                            const Operator& op) {
-  static std::mutex mutex;
-  static std::map<const OperatorDeclaration*, std::shared_ptr<const ParamDeclarations>> lists;
-  const std::lock_guard lock(mutex);
-  auto& list = lists[&declaration];
-  if (!list) list = std::make_shared<const ParamDeclarations>(effectiveParams(op));
-  return list;
 }
 
 }  // namespace
@@ -83,11 +68,6 @@ std::unique_ptr<Operator> freshOperator(const Operator& op) {
   fresh->parameters = op.parameters;
   fresh->nodeVersion = op.nodeVersion;
   return fresh;
-}
-
-DeclaredOperator::DeclaredOperator(const OperatorDeclaration& declaration)
-    : declaration_(declaration) {
-  parameters = ParamSet(sharedDeclarations(declaration, *this));
 }
 
 }  // namespace kestrane

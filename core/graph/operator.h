@@ -98,6 +98,7 @@ class Operator {
   virtual Json definition() const;
   virtual void setDefinition(const Json&) {}
 
+  /// What it declares is told to it by the registry or the graph, once the operator is whole.
   ParamSet parameters;
   /// The version that the node was read with; 0 or less means the current one.
   std::int32_t nodeVersion = 0;
@@ -128,7 +129,7 @@ std::unique_ptr<Operator> freshOperator(const Operator& op);
 /// An operator that answers for itself from its declaration, which lives as long as the process.
 class DeclaredOperator : public Operator {
  public:
-  explicit DeclaredOperator(const OperatorDeclaration& declaration);
+  explicit DeclaredOperator(const OperatorDeclaration& declaration) : declaration_(declaration) {}
 
   std::string type() const override { return declaration_.type; }
   std::vector<PortSpec> inputs() const override { return declaration_.inputs; }

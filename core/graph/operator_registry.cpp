@@ -26,28 +26,32 @@ OperatorRegistry& OperatorRegistry::instance() {
 }
 
 void OperatorRegistry::add(Factory factory) {
-  const std::string type = factory()->type();
-  if (!factories_.emplace(type, std::move(factory)).second) {
+  const std::unique_ptr<Operator> op = factory();
+  const std::string type = op->type();
+  auto params = std::make_shared<const ParamDeclarations>(effectiveParams(*op));
+  if (!entries_.emplace(type, Entry{std::move(factory), std::move(params)}).second) {
     throw std::invalid_argument("OperatorRegistry: type '" + type + "' is there already");
   }
 }
 
 std::unique_ptr<Operator> OperatorRegistry::create(std::string_view type) const {
-  const auto found = factories_.find(type);
-  if (found == factories_.end()) {
+  const auto found = entries_.find(type);
+  if (found == entries_.end()) {
     throw GraphError("unknown operator type '" + std::string(type) + "'");
   }
-  return found->second();
+  std::unique_ptr<Operator> op = found->second.factory();
+  op->parameters.declare(found->second.params);
+  return op;
 }
 
 bool OperatorRegistry::has(std::string_view type) const {
-  return factories_.find(type) != factories_.end();
+  return entries_.find(type) != entries_.end();
 }
 
 std::vector<std::string> OperatorRegistry::types() const {
   std::vector<std::string> names;
-  names.reserve(factories_.size());
-  for (const auto& entry : factories_) names.push_back(entry.first);
+  names.reserve(entries_.size());
+  for (const auto& entry : entries_) names.push_back(entry.first);
   return names;
 }
 

@@ -23,8 +23,8 @@ class OperatorRegistry {
 
   static OperatorRegistry& instance();
 
-  /// The type is asked of one operator that the factory makes. Throws std::invalid_argument for a
-  /// type that is there already.
+  /// The type and the parameters are asked of one operator that the factory makes. Throws
+  /// std::invalid_argument for a type that is there already.
   void add(Factory factory);
   template <class Op>
   void add() {
@@ -39,7 +39,12 @@ class OperatorRegistry {
  private:
   OperatorRegistry();
 
-  std::map<std::string, Factory, std::less<>> factories_;
+  struct Entry {
+    Factory factory;
+    // Held once: operators are made by the thousand, and doc strings are long.
+    std::shared_ptr<const ParamDeclarations> params;
+  };
+  std::map<std::string, Entry, std::less<>> entries_;
 };
 
 // The families, each defined beside its operators.

@@ -3,6 +3,8 @@
 
 #include "core/graph/param_set.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -27,14 +29,6 @@ std::optional<double> numeric(const ParamValue& value) {
   return std::nullopt;
 }
 
-/// Within the declared hard limits; a number that is none counts as the lower one.
-double limited(const ParamSpec* spec, double value) {
-  if (spec == nullptr) return value;
-  if (spec->min && !(value >= *spec->min)) return *spec->min;
-  if (spec->max && !(value <= *spec->max)) return *spec->max;
-  return value;
-}
-
 std::int64_t rounded(double value) {
   constexpr double edge = 9223372036854775808.0;  // 2^63
   if (std::isnan(value)) return 0;
@@ -43,9 +37,47 @@ std::int64_t rounded(double value) {
   return std::llround(value);
 }
 
+bool isNumeric(ParamKind kind) {
+  return kind == ParamKind::number || kind == ParamKind::integer;
+}
+
 /// "a float", "an int" and so on.
 std::string oneOf(ParamKind kind) {
   return (kind == ParamKind::integer ? "an " : "a ") + std::string(kindWord(kind));
+}
+
+/// Whether a value can be read as the parameter asks. A map can where the binding takes one.
+bool fits(const ParamSpec& spec, ParamKind given) {
+  const ParamKind wanted = kindOf(spec.defaultValue);
+  if (given == wanted) return true;
+  if (given != ParamKind::map) return isNumeric(given) && isNumeric(wanted);
+  return wanted == ParamKind::vec3 ? spec.vectorExpression : isNumeric(wanted) && spec.mappable();
+}
+
+/// What is wrong with a text that is none of the parameter's words; empty if nothing is.
+std::string wordMisfit(const ParamSpec& spec, const ParamValue& value) {
+  const std::string* word = std::get_if<std::string>(&value);
+  const std::vector<std::string>& choices = spec.choices;
+  if (word == nullptr || choices.empty() ||
+      std::find(choices.begin(), choices.end(), *word) != choices.end()) {
+    return {};
+  }
+  std::string sentence = "param '" + spec.name + "' takes ";
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    if (i > 0) sentence += i + 1 < choices.size() ? ", " : " or ";
+    sentence += choices[i];
+  }
+  return sentence + ", not '" + *word + "'";
+}
+
+/// The same for a field wired to the parameter.
+std::string fieldMisfit(const ParamSpec& spec, const FieldValue& field) {
+  const ParamKind wanted = kindOf(spec.defaultValue);
+  if (spec.mappable() && isNumeric(wanted)) return {};
+  const bool isNumber = isNumeric(wanted) || wanted == ParamKind::boolean;
+  if (isNumber && field.isConstant()) return {};
+  return "param '" + spec.name + "' takes " + oneOf(wanted) +
+         (isNumber ? ", not a field that varies" : ", not a field") + ": its own value is used";
 }
 
 }  // namespace
@@ -115,23 +147,45 @@ const T* ParamSet::valueOf(std::string_view name) const {
   return spec ? std::get_if<T>(&spec->defaultValue) : nullptr;
 }
 
-double ParamSet::number(std::string_view name, double fallback) const {
+double ParamSet::Limits::clamp(double value) const {
+  if (min && !(value >= *min)) return *min;
+  if (max && !(value <= *max)) return *max;
+  return value;
+}
+
+ParamSet::Limits ParamSet::limits(std::string_view name) const {
   const ParamSpec* spec = declarations_->find(name);
+  return spec != nullptr ? Limits{spec->min, spec->max} : Limits();
+}
+
+std::optional<double> ParamSet::wiredNumber(std::string_view name) const {
+  const FieldValuePtr field = wiredField(name);
+  if (!field) return std::nullopt;
+  const std::optional<float> value = field->constant();
+  return value ? std::optional<double>(*value) : std::nullopt;
+}
+
+double ParamSet::number(std::string_view name, double fallback) const {
+  const auto within = [&](double value) {
+    return std::clamp<double>(limits(name).clamp(value), -FLT_MAX, FLT_MAX);
+  };
+  if (const auto number = wiredNumber(name)) return within(*number);
   if (const ParamValue* value = current(name)) {
-    if (const auto number = numeric(*value)) return limited(spec, *number);
+    if (const auto number = numeric(*value)) return within(*number);
   }
-  if (spec != nullptr) {
-    if (const auto number = numeric(spec->defaultValue)) return limited(spec, *number);
+  if (const ParamSpec* spec = declarations_->find(name)) {
+    if (const auto number = numeric(spec->defaultValue)) return within(*number);
   }
   return fallback;
 }
 
 std::int64_t ParamSet::integer(std::string_view name, std::int64_t fallback) const {
-  const ParamSpec* spec = declarations_->find(name);
-  const auto read = [spec](const ParamValue& value) -> std::optional<std::int64_t> {
+  const Limits hard = limits(name);
+  if (const auto number = wiredNumber(name)) return rounded(hard.clamp(*number));
+  const auto read = [&hard](const ParamValue& value) -> std::optional<std::int64_t> {
     const auto number = numeric(value);
     if (!number) return std::nullopt;
-    const double within = limited(spec, *number);
+    const double within = hard.clamp(*number);
     // A large integer loses digits as a double, so it is taken as it is where no limit holds it.
     const auto* exact = std::get_if<std::int64_t>(&value);
     return exact && within == *number ? *exact : rounded(within);
@@ -139,13 +193,14 @@ std::int64_t ParamSet::integer(std::string_view name, std::int64_t fallback) con
   if (const ParamValue* value = current(name)) {
     if (const auto number = read(*value)) return *number;
   }
-  if (spec != nullptr) {
+  if (const ParamSpec* spec = declarations_->find(name)) {
     if (const auto number = read(spec->defaultValue)) return *number;
   }
   return fallback;
 }
 
 bool ParamSet::boolean(std::string_view name, bool fallback) const {
+  if (const auto number = wiredNumber(name)) return *number != 0.0;
   const bool* value = valueOf<bool>(name);
   return value ? *value : fallback;
 }
@@ -230,15 +285,33 @@ std::vector<std::string> ParamSet::misfits() const {
   std::vector<std::string> sentences;
   for (const auto& [name, value] : values_) {
     const ParamSpec* spec = declarations_->find(name);
-    // A map takes the place of a number or vector, and what it cannot do the binding says.
-    if (spec == nullptr || value.index() == spec->defaultValue.index() ||
-        kindOf(value) == ParamKind::map || (numeric(value) && numeric(spec->defaultValue))) {
+    if (spec == nullptr) continue;
+    const ParamKind given = kindOf(value), wanted = kindOf(spec->defaultValue);
+    if (wanted == ParamKind::vec3) vectorMap(name);
+    if (fits(*spec, given)) {
+      if (std::string word = wordMisfit(*spec, value); !word.empty()) {
+        sentences.push_back(std::move(word));
+      }
       continue;
     }
-    sentences.push_back("param '" + name + "' takes " + oneOf(kindOf(spec->defaultValue)) +
-                        ", not " + oneOf(kindOf(value)) + ": its default is used");
+    sentences.push_back("param '" + name + "' takes " + oneOf(wanted) + ", not " + oneOf(given) +
+                        ": its default is used");
+  }
+  for (const auto& [name, field] : fields_) {
+    const ParamSpec* spec = declarations_->find(name);
+    if (spec == nullptr) continue;
+    if (std::string sentence = fieldMisfit(*spec, *field); !sentence.empty()) {
+      sentences.push_back(std::move(sentence));
+    }
   }
   return sentences;
+}
+
+const MapRef* ParamSet::vectorMap(std::string_view name) const {
+  const MapRef* found = map(name);
+  if (found == nullptr || found->source == MapSource::expression) return found;
+  throw GraphError("param '" + std::string(name) + "': a vector takes an expression (a " +
+                   std::string(sourceWord(found->source)) + " map gives one number)");
 }
 
 }  // namespace kestrane

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,14 @@ struct ParamDeclarations {
 /// a node is evaluated, what its parameter ports carry. Not thread-safe for writing.
 class ParamSet {
  public:
+  /// The hard limits of a parameter.
+  struct Limits {
+    std::optional<double> min, max;
+
+    /// Within the limits; what is no number counts as the lower one.
+    double clamp(double value) const;
+  };
+
   ParamSet();
   explicit ParamSet(std::shared_ptr<const ParamDeclarations> declarations);
 
@@ -42,8 +51,13 @@ class ParamSet {
   /// The value set, or the declared default. Throws GraphError "unknown parameter 'NAME'".
   const ParamValue& value(std::string_view name) const;
 
+  /// None for a parameter that is not declared.
+  Limits limits(std::string_view name) const;
+
   // Getters by kind. A value of another kind gives the declared default, and that failing the
-  // fallback. Numbers take floats and ints and are clamped to the declared hard limits.
+  // fallback. Numbers take floats and ints and are clamped to the declared hard limits; a number
+  // is one that a float holds. A wired field that does not vary comes before the own value of a
+  // number or a bool.
   double number(std::string_view name, double fallback = 0.0) const;
   std::int64_t integer(std::string_view name, std::int64_t fallback = 0) const;
   bool boolean(std::string_view name, bool fallback = false) const;
@@ -69,9 +83,12 @@ class ParamSet {
   /// Over names and values in name order; feeds the node key. Wires do not count.
   std::uint64_t hash() const;
 
-  /// One sentence for each value set whose kind its parameter cannot take, so that the default
-  /// stands in for it.
+  /// One sentence for each value set or field wired that its parameter cannot take, so that another
+  /// value stands in for it. Throws GraphError as vectorMap does.
   std::vector<std::string> misfits() const;
+  /// The expression in place of a vec3, or null. Throws GraphError for a map of another kind, which
+  /// gives no vector.
+  const MapRef* vectorMap(std::string_view name) const;
 
  private:
   using Values = std::map<std::string, ParamValue, std::less<>>;
@@ -79,6 +96,7 @@ class ParamSet {
   const ParamValue* current(std::string_view name) const;
   template <class T>
   const T* valueOf(std::string_view name) const;
+  std::optional<double> wiredNumber(std::string_view name) const;
   void put(Values& values, std::string name, ParamValue value);
 
   std::shared_ptr<const ParamDeclarations> declarations_;

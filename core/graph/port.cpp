@@ -15,10 +15,6 @@ namespace {
 constexpr std::array<std::string_view, 6> names = {"Strands", "Guides", "Mesh",
                                                    "Field",   "Curve",  "Curves"};
 
-bool isCurves(PortType type) {
-  return type == PortType::strands || type == PortType::guides || type == PortType::curves;
-}
-
 }  // namespace
 
 std::string_view portTypeName(PortType type) {
@@ -35,10 +31,14 @@ PortType portTypeFromName(std::string_view name) {
   return static_cast<PortType>(found - names.begin());
 }
 
+bool carriesCurves(PortType type) {
+  return type == PortType::strands || type == PortType::guides || type == PortType::curves;
+}
+
 bool portsFit(PortType output, PortType input) {
   if (output == input) return true;
-  if (output == PortType::curves) return isCurves(input);
-  return input == PortType::curves && isCurves(output);
+  if (output == PortType::curves) return carriesCurves(input);
+  return input == PortType::curves && carriesCurves(output);
 }
 
 }  // namespace kestrane

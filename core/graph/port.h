@@ -18,6 +18,8 @@ std::string_view portTypeName(PortType type);
 /// Throws GraphError for a name that is none of the six.
 PortType portTypeFromName(std::string_view name);
 
+/// Whether strands or guides may come by it.
+bool carriesCurves(PortType type);
 /// Whether an output of one type may feed an input of the other.
 bool portsFit(PortType output, PortType input);
 

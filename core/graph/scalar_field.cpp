@@ -5,12 +5,16 @@
 
 #include <algorithm>
 
-#include "core/base/errors.h"
 #include "core/base/hash.h"
 #include "core/graph/map_fields.h"
 #include "core/graph/map_files.h"
 
 namespace kestrane {
+
+float ScalarField::sample(std::size_t strand, std::size_t point) const {
+  FieldReader reader(*this);
+  return perPoint() ? reader.points(strand, point + 1)[point] : reader.strand(strand);
+}
 
 float FieldReader::strand(std::size_t strand) {
   if (field_.isConstant()) return field_.constant();
@@ -38,10 +42,9 @@ ScalarField bindParam(const Operator& op, std::string_view name, const EvalConte
                       const FieldTarget& target) {
   const ParamSet& params = op.parameters;
   const std::string param(name);
-  if (FieldValuePtr field = params.wiredField(name)) {
-    return detail::wiredField(std::move(field), context, target);
-  }
-  const MapRef* map = params.map(name);
+  const FieldValuePtr field = params.wiredField(name);
+  if (field && !field->isConstant()) return detail::wiredField(field, target);
+  const MapRef* map = field ? nullptr : params.map(name);
   if (map == nullptr) return ScalarField(static_cast<float>(params.number(name)));
   switch (map->source) {
     case MapSource::texture:
@@ -58,16 +61,11 @@ ScalarField bindParam(const Operator& op, std::string_view name, const EvalConte
   return detail::expressionField(param, *map, context, target);
 }
 
-VectorField bindVectorParam(const Operator& op, std::string_view name, const EvalContext& context,
-                            const FieldTarget& target) {
-  const MapRef* map = op.parameters.map(name);
+VectorField resolveVector(const Operator& op, std::string_view name, const EvalContext& context,
+                          const FieldTarget& target) {
+  const MapRef* map = op.parameters.vectorMap(name);
   if (map == nullptr) return VectorField(op.parameters.vec3(name));
-  const std::string param(name);
-  if (map->source != MapSource::expression) {
-    throw GraphError("param '" + param + "': a vector takes an expression (a " +
-                     std::string(sourceWord(map->source)) + " map gives one number)");
-  }
-  return detail::expressionVectorField(param, *map, context, target);
+  return detail::expressionVectorField(std::string(name), *map, context, target);
 }
 
 std::uint64_t paramsContextKey(const ParamSet& params, const EvalContext& context) {

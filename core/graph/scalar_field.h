@@ -30,6 +30,9 @@ class ScalarField {
   /// Whether a strand's value depends on other strands too (an expression of `longest` or
   /// `index`), so that a change of one may change all.
   bool readsWholeSet() const { return source_ != nullptr && source_->wholeSet; }
+  /// The value at one of a strand's points, the root unless told. Loops use a FieldReader, which
+  /// reads all points of a strand at once.
+  float sample(std::size_t strand, std::size_t point = 0) const;
 
   /// What stands behind a field that varies.
   struct Source {
@@ -95,8 +98,8 @@ class VectorField {
   Vec3f constant_;
   std::shared_ptr<const Source> source_;
 };
-VectorField bindVectorParam(const Operator& op, std::string_view name, const EvalContext& context,
-                            const FieldTarget& target);
+VectorField resolveVector(const Operator& op, std::string_view name, const EvalContext& context,
+                          const FieldTarget& target);
 
 /// A hash of what the parameters' maps and expressions read from the context (time, files, painted
 /// maps), so that a node runs again when they change.

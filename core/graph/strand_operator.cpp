@@ -62,7 +62,7 @@ ScalarField StrandEdit::field(std::string_view param) {
 
 VectorField StrandEdit::vectorField(std::string_view param) {
   VectorField bound =
-      bindVectorParam(op_, param, context_, {input_.get(), context_.surface, guidesAmong(inputs_)});
+      resolveVector(op_, param, context_, {input_.get(), context_.surface, guidesAmong(inputs_)});
   if (bound.source() != nullptr && bound.source()->wholeSet) readsWholeSet();
   return bound;
 }

@@ -49,15 +49,14 @@ struct MapRef {
   float min = 0.0f;
   float max = 1.0f;
 
-  /// What a sample s becomes: min + (max - min) s. The range does not clamp it, but it always is a
-  /// finite number.
+  /// What a sample s becomes: min + (max - min) s. The range does not clamp it, but a finite sample
+  /// always gives a finite number.
   float scaled(float s) const {
     const float value = min + (max - min) * s;
     if (std::isfinite(value)) return value;
     // Doubles hold what overflowed on the way.
     const double wide = min + (static_cast<double>(max) - min) * s;
-    return std::isnan(wide) ? 0.0f
-                            : static_cast<float>(std::clamp<double>(wide, -FLT_MAX, FLT_MAX));
+    return static_cast<float>(std::clamp<double>(wide, -FLT_MAX, FLT_MAX));
   }
   Vec3f scaled(Vec3f s) const { return {scaled(s.x), scaled(s.y), scaled(s.z)}; }
 

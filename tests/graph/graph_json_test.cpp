@@ -95,7 +95,9 @@ TEST(GraphJson, EachFaultOfANodeHasItsSentence) {
        "node 'n' is a TestMove of version 18446744073709551615, newer than this Kestrane's (1); "
        "update Kestrane to open it"},
       {R"("params": [])", "node 'n': params must be an object"},
-      {R"("params": {"amount": null})", "node 'n': unsupported value for param 'amount'"},
+      {R"("params": {"amount": null})", "unsupported value for param 'amount'"},
+      {R"("params": {"steps": 18446744073709551616})",
+       "param 'steps' is out of range for an integer"},
       {R"("paramInputs": "amount")", "node 'n': paramInputs must be a list of params"},
       {R"("paramInputs": [1])", "node 'n': paramInputs must be a list of params"},
       {R"("paramInputs": ["x"])", "TestMove has no param 'x' to expose"},
@@ -160,9 +162,19 @@ TEST(GraphJson, EachFaultOfADocumentHasItsSentence) {
       {wired(R"([{"from": "a", "to": "b", "input": "guides"}])"),
        "type mismatch: Strands -> Guides"},
       {wired(R"([{"from": "b", "to": "b", "input": "in"}])"), "connection would create a cycle"},
+      // The first fault is the one told, also where it takes a look at the whole graph to find it.
       {wired(
-           R"([{"from": "a", "to": "b", "input": "in"}, {"from": "b", "to": "b", "input": "in"}])"),
-       "b has two connections into its input 'in'"},
+           R"([{"from": "b", "to": "b", "input": "in"}, {"from": "c", "to": "b", "input": "in"}])"),
+       "connection would create a cycle"},
+      {wired(
+           R"([{"from": "c", "to": "b", "input": "in"}, {"from": "b", "to": "b", "input": "in"}])"),
+       "unknown node 'c'"},
+      {wired(
+           R"([{"from": "a", "to": "b", "input": "guides"}, {"from": "b", "to": "b", "input": "in"}])"),
+       "type mismatch: Strands -> Guides"},
+      {wired(
+           R"([{"from": "b", "to": "b", "input": "in"}, {"from": "a", "to": "b", "input": "guides"}])"),
+       "connection would create a cycle"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(messageOf<std::runtime_error>([&] { graphFromJson(c.text); }), c.message)
@@ -222,10 +234,86 @@ TEST(GraphJson, MigrationStepsRunInTurn) {
   EXPECT_EQ(migrateNode(node, "A", 3, 3, steps), 3);
 }
 
-TEST(GraphJson, DefaultGraphNamesItsTenNodes) {
-  const Json json = Json::parse(defaultGraphText());
-  EXPECT_EQ(json["nodes"].size(), 10u);
-  EXPECT_EQ(json["connections"].size(), 10u);
+/// A graph of TestGuides "g", TestMoves "m1" to "m3", a TestTint "t" and a TestGrow "grow".
+std::string chained(const std::string& wires) {
+  return R"({"nodes": [{"name": "g", "type": "TestGuides"}, {"name": "s", "type": "TestStrands"},
+             {"name": "m1", "type": "TestMove"}, {"name": "m2", "type": "TestMove"},
+             {"name": "m3", "type": "TestMove"}, {"name": "t", "type": "TestTint"},
+             {"name": "grow", "type": "TestGrow"}], "connections": [)" +
+         wires + R"(], "output": "t"})";
+}
+
+std::string wire(const std::string& from, const std::string& to,
+                 const std::string& input = "strands") {
+  return R"({"from": ")" + from + R"(", "to": ")" + to + R"(", "input": ")" + input + R"("})";
+}
+
+TEST(GraphJson, WiresAreJudgedWhateverTheirOrder) {
+  test::registerTestOperators();
+  std::vector<std::string> bad = {wire("g", "m1"), wire("m1", "m2"), wire("m2", "m3"),
+                                  wire("m3", "t")};
+  std::vector<std::string> good = {wire("s", "m1"), wire("m1", "m2"), wire("m2", "m3"),
+                                   wire("m3", "t"), wire("g", "grow", "guides")};
+  const auto load = [](const std::vector<std::string>& wires) {
+    std::string list;
+    for (const std::string& one : wires) list += (list.empty() ? "" : ", ") + one;
+    return messageOf([&] {
+      const Json written = graphToJson(graphFromJson(chained(list)));
+      graphFromJson(written);
+    });
+  };
+  std::sort(bad.begin(), bad.end());
+  std::sort(good.begin(), good.end());
+  do {
+    EXPECT_EQ(load(bad), "type mismatch: Guides -> Strands");
+  } while (std::next_permutation(bad.begin(), bad.end()));
+  do {
+    EXPECT_EQ(load(good), "");
+  } while (std::next_permutation(good.begin(), good.end()));
+}
+
+TEST(GraphJson, OfTwoWiresIntoOneInputTheLastStands) {
+  test::registerTestOperators();
+  const GraphDocument document =
+      graphFromJson(chained(wire("m1", "t") + ", " + wire("s", "m2") + ", " + wire("m2", "t")));
+  EXPECT_EQ(document.graph.node(document.output).sources[0], document.graph.findNode("m2"));
+  EXPECT_EQ(graphToJson(document)["connections"].size(), 2u);
+  // The wire that gave way is judged all the same.
+  EXPECT_EQ(messageOf([] { graphFromJson(chained(wire("g", "t") + ", " + wire("s", "t"))); }),
+            "type mismatch: Guides -> Strands");
+}
+
+TEST(GraphJson, DefaultGraphIsWhole) {
+  EXPECT_EQ(Json::parse(defaultGraphText()), Json::parse(R"({
+    "version": 1,
+    "nodes": [
+      {"name": "scalp", "type": "Scalp"},
+      {"name": "guides", "type": "Guides"},
+      {"name": "scatter", "type": "Scatter"},
+      {"name": "interpolate", "type": "Interpolate"},
+      {"name": "length", "type": "Length",
+       "params": {"fraction": 1.0, "trimMin": 0.0, "trimMax": 0.2}},
+      {"name": "noise", "type": "Noise"},
+      {"name": "color", "type": "HairColor"},
+      {"name": "width", "type": "Width"},
+      {"name": "resample", "type": "Resample"},
+      {"name": "output", "type": "Output"}
+    ],
+    "connections": [
+      {"from": "scalp", "to": "scatter", "input": "scalp"},
+      {"from": "scatter", "to": "interpolate", "input": "strands"},
+      {"from": "guides", "to": "interpolate", "input": "guides"},
+      {"from": "scalp", "to": "interpolate", "input": "scalp"},
+      {"from": "interpolate", "to": "length", "input": "strands"},
+      {"from": "length", "to": "noise", "input": "strands"},
+      {"from": "noise", "to": "color", "input": "strands"},
+      {"from": "color", "to": "width", "input": "strands"},
+      {"from": "width", "to": "resample", "input": "strands"},
+      {"from": "resample", "to": "output", "input": "strands"}
+    ],
+    "output": "output"
+  })"));
+  EXPECT_EQ(graphFromJson(defaultGraphText()).graph.nodes().size(), 10u);
 }
 
 }  // namespace

@@ -71,8 +71,14 @@ TEST(Graph, ACurvesWireIsJudgedByWhatItCarries) {
   t.graph.connect(second, grow, 0);
   t.graph.disconnect(first, 0);
   EXPECT_EQ(t.graph.resolvedOutputType(second, 0), PortType::curves);
+  t.graph.disconnect(grow, 0);
   t.graph.connect(second, tint, 0);  // an open chain may still carry strands
-  t.graph.connect(guides, first, 0);
+  EXPECT_EQ(messageOf([&] { t.graph.connect(guides, first, 0); }),
+            "type mismatch: Guides -> Strands")
+      << "what comes in at the top must fit at the bottom";
+  EXPECT_EQ(t.graph.node(first).sources[0], 0u);
+  t.graph.connect(t.add("TestStrands"), first, 0);
+  EXPECT_EQ(t.graph.resolvedOutputType(second, 0), PortType::strands);
 }
 
 TEST(Graph, ParametersBecomePortsOfTheirKind) {

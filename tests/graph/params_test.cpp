@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Kestrane authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <cfloat>
 #include <limits>
 
 #include "core/base/hash.h"
@@ -41,6 +42,16 @@ TEST(ParamSet, NumbersOfEitherKindAreReadAndClamped) {
   EXPECT_EQ(set.number("nowhere", 4.0), 4.0);
 }
 
+TEST(ParamSet, NumbersAreThoseThatAFloatHolds) {
+  ParamSet set(std::make_shared<const ParamDeclarations>(
+      std::vector<ParamSpec>{param("width", 1.0, "").atLeast(0)}));
+  set.set("width", 1e300);
+  EXPECT_EQ(set.number("width"), FLT_MAX);
+  EXPECT_EQ(set.limits("width").min, 0.0);
+  EXPECT_EQ(set.limits("width").max, std::nullopt);
+  EXPECT_EQ(set.limits("nowhere").min, std::nullopt);
+}
+
 TEST(ParamSet, AValueOfAnotherKindGivesTheDefaultAndIsTold) {
   ParamSet set = sampleSet();
   set.set("on", std::int64_t{0});
@@ -48,7 +59,6 @@ TEST(ParamSet, AValueOfAnotherKindGivesTheDefaultAndIsTold) {
   set.set("to", std::string("x"));
   set.set("profile", true);
   set.set("count", 2.0);        // a number all the same
-  set.set("share", MapRef());   // maps may stand in
   set.set("unknown", Vec3f{});  // nobody reads it
   EXPECT_TRUE(set.boolean("on"));
   EXPECT_EQ(set.text("mode"), "even");
@@ -59,6 +69,100 @@ TEST(ParamSet, AValueOfAnotherKindGivesTheDefaultAndIsTold) {
                                    "param 'on' takes a bool, not an int: its default is used",
                                    "param 'profile' takes a ramp, not a bool: its default is used",
                                    "param 'to' takes a vec3, not a string: its default is used"));
+}
+
+TEST(ParamSet, AMapIsToldWhereNothingReadsIt) {
+  const auto declarations = std::make_shared<const ParamDeclarations>(std::vector<ParamSpec>{
+      param("share", 0.5, "How much (mappable)"), param("steps", 2, "How many (mappable)"),
+      param("seed", 3, "Which"), param("frequency", 2.0, "How often"), param("layout", "even", ""),
+      param("profile", Ramp(), "Along (mappable in no way that a ramp could be)"),
+      param("lean", Vec3f{}, "").vectorExpression(), param("dye", Vec3f{}, "")});
+  const auto told = [&](const char* name, MapSource source) -> std::string {
+    ParamSet set(declarations);
+    set.set(name, MapRef{source, "x"});
+    std::string all;
+    const std::string error = messageOf([&] {
+      for (const std::string& sentence : set.misfits()) all += sentence;
+    });
+    return error.empty() ? all : "throws: " + error;
+  };
+  const struct {
+    const char* name;
+    MapSource source;
+    const char* message;
+  } cases[] = {
+      {"share", MapSource::texture, ""},
+      {"steps", MapSource::guide, ""},
+      {"seed", MapSource::texture, "param 'seed' takes an int, not a map: its default is used"},
+      {"frequency", MapSource::expression,
+       "param 'frequency' takes a float, not a map: its default is used"},
+      {"layout", MapSource::guide, "param 'layout' takes a string, not a map: its default is used"},
+      {"profile", MapSource::expression,
+       "param 'profile' takes a ramp, not a map: its default is used"},
+      {"lean", MapSource::expression, ""},
+      {"lean", MapSource::attribute,
+       "throws: param 'lean': a vector takes an expression (a attribute map gives one number)"},
+      {"dye", MapSource::expression, "param 'dye' takes a vec3, not a map: its default is used"},
+      {"dye", MapSource::texture,
+       "throws: param 'dye': a vector takes an expression (a texture map gives one number)"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(told(c.name, c.source), c.message) << c.name;
+}
+
+TEST(ParamSet, AWordThatIsNoChoiceIsTold) {
+  ParamSet set(std::make_shared<const ParamDeclarations>(std::vector<ParamSpec>{
+      param("mode", "even", "").choices({"even", "odd", "none"}), param("free", "", "")}));
+  set.set("free", std::string("any"));
+  set.set("mode", std::string("odd"));
+  EXPECT_TRUE(set.misfits().empty());
+  set.set("mode", std::string("Odd"));
+  EXPECT_THAT(set.misfits(),
+              testing::ElementsAre("param 'mode' takes even, odd or none, not 'Odd'"));
+}
+
+/// A field that differs from strand to strand.
+struct Varying final : FieldValue {
+  float valueAt(const FieldSample& sample) const override {
+    return static_cast<float>(sample.strand);
+  }
+};
+
+TEST(ParamSet, WiredFieldsThatDoNotVaryAreNumbers) {
+  ParamSet set = sampleSet();
+  set.set("share", MapRef{});
+  const auto wire = [&](const char* name, float value) {
+    set.wireField(name, std::make_shared<test::FixedField>(value));
+  };
+  wire("share", 7.0f);
+  wire("count", 2.6f);
+  wire("on", 0.0f);
+  EXPECT_EQ(set.number("share"), 1.0) << "within the limits";
+  EXPECT_EQ(set.integer("count"), 3);
+  EXPECT_FALSE(set.boolean("on"));
+  set.clearWires();
+  EXPECT_TRUE(set.boolean("on"));
+  EXPECT_EQ(set.integer("count"), 3);
+}
+
+TEST(ParamSet, AFieldThatTheParameterCannotTakeIsTold) {
+  ParamSet set(std::make_shared<const ParamDeclarations>(std::vector<ParamSpec>{
+      param("share", 0.5, "How much (mappable)"), param("count", 3, ""), param("on", true, ""),
+      param("mode", "even", ""), param("to", Vec3f{}, "")}));
+  for (const char* name : {"share", "count", "on", "mode", "to"}) {
+    set.wireField(name, std::make_shared<test::FixedField>(2.0f));
+  }
+  const char* word = "param 'mode' takes a string, not a field: its own value is used";
+  const char* vector = "param 'to' takes a vec3, not a field: its own value is used";
+  EXPECT_THAT(set.misfits(), testing::ElementsAre(word, vector));
+  for (const char* name : {"share", "count", "on"}) {
+    set.wireField(name, std::make_shared<Varying>());
+  }
+  EXPECT_THAT(
+      set.misfits(),
+      testing::ElementsAre(
+          "param 'count' takes an int, not a field that varies: its own value is used", word,
+          "param 'on' takes a bool, not a field that varies: its own value is used", vector));
+  EXPECT_EQ(set.integer("count"), 3);
 }
 
 TEST(ParamSet, ValuesStandOverDefaultsAndKeysOverBoth) {

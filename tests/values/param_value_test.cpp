@@ -139,7 +139,7 @@ TEST(MapRef, ARangeScalesAndNeverOverflows) {
   EXPECT_EQ(map.scaled(0.5f), 0.0f);
   EXPECT_EQ(map.scaled(1.0f), 3e38f);
   EXPECT_EQ(map.scaled(Vec3f{2.0f, -1.0f, 0.5f}), (Vec3f{FLT_MAX, -FLT_MAX, 0.0f}));
-  EXPECT_EQ(map.scaled(std::nanf("")), 0.0f);
+  EXPECT_TRUE(std::isnan(map.scaled(std::nanf("")))) << "what is no number stays none";
 }
 
 }  // namespace
