@@ -40,6 +40,23 @@ TEST(Curl, PiecesPerTurnAreTheFewestWithinTheTolerance) {
   }
 }
 
+TEST(Curl, FrequencyProfilesAreIntegrated) {
+  const auto at = [](const Ramp& ramp, double share) {
+    return FrequencyProfile(ramp).integral(share);
+  };
+  for (double t = 0.0; t <= 1.0; t += 0.03) {
+    EXPECT_NEAR(at(Ramp({{0.0f, 0.5f}}), t), 0.5 * t, 1e-12);
+    EXPECT_NEAR(at(Ramp({{0.0f, 1.0f}, {1.0f, 0.2f}}), t), t - 0.4 * t * t, 1e-6);
+    EXPECT_NEAR(at(Ramp({{0.0f, -1.0f}, {1.0f, 1.0f}}), t), t < 0.5 ? 0.0 : (t - 0.5) * (t - 0.5),
+                1e-6);
+  }
+  // Nowhere a jump, not even where the profile has one.
+  const FrequencyProfile step(Ramp({{0.0f, 0.0f}, {0.5f, 0.0f}, {0.5f, 1.0f}, {1.0f, 1.0f}}));
+  for (double t = 0.498; t < 0.502; t += 1e-6) {
+    EXPECT_LT(step.integral(t + 1e-6) - step.integral(t), 2e-6);
+  }
+}
+
 TEST(Curl, AddsAsManyPointsATurnAsItsToleranceAsksFor) {
   OpsFixture fixture;
   const auto op = plainCurl(fixture);
@@ -62,6 +79,7 @@ TEST(Curl, NoSegmentTurnsFartherThanItMayHoweverTheFrequencyVaries) {
   op->parameters.set("spacingRandom", 0.9);
   op->parameters.set("randomness", 0.8);
   op->parameters.set("tolerance", 0.1);
+  const StrandSetPtr smooth = fixture.run(*op, upright(4001, 12.0f, 20));
   for (const std::size_t points : {2u, 5u, 17u}) {
     const StrandSetPtr curled = fixture.run(*op, upright(points, 12.0f, 20));
     for (std::size_t i = 0; i < 20; ++i) {
@@ -74,6 +92,11 @@ TEST(Curl, NoSegmentTurnsFartherThanItMayHoweverTheFrequencyVaries) {
       }
       // And few points are wasted: but for one a segment coming in, they are all needed.
       EXPECT_LT(static_cast<float>(strand.size()), all / (2.0f * pi) * 7.0f + 4.0f + points);
+      // Each lies on the curl that many points draw.
+      for (const Vec3f p : strand) {
+        const auto k = static_cast<std::size_t>(p.y / 12.0f * 4000.0f + 0.5f);
+        EXPECT_LT(distance(p, smooth->strandPoints(i)[k]), 0.02f);
+      }
     }
   }
 }
@@ -189,6 +212,7 @@ TEST(Curl, ZigzagIsStraightBetweenItsKinksAndHasThemAll) {
   op->parameters.set("phase", 0.1);
   // Of uneven turns the points coming in bend the way between kinks; of even ones nothing does.
   for (const bool even : {true, false}) {
+    op->parameters.set("frequency", even ? 1.0 : -1.0);
     if (!even) {
       op->parameters.set("frequencyProfile", Ramp({{0.0f, 1.0f}, {1.0f, 0.3f}}));
       op->parameters.set("spacingRandom", 0.8);
@@ -270,15 +294,16 @@ TEST(Curl, FramesNeitherFlipNorTurnAboutABentStrand) {
     EXPECT_NEAR(dot(a.normal, b.binormal), 0.0f, 6e-3f);
   }
   // In a plane the binormal stands, all the way round and where the strand turns right back.
+  const Vec3f up = normalize(Vec3f{1, 2, 3}), x = anyPerpendicular(up), y = cross(up, x);
   std::vector<Vec3f> loop;
   for (int k = 0; k < 100; ++k) {
     const float a = 0.2f * static_cast<float>(k);
-    loop.push_back({std::cos(a), std::sin(a), 0});
+    loop.push_back(x * std::cos(a) + y * std::sin(a));
     if (k % 30 == 0) loop.push_back(-loop.back());
   }
-  frames.transport(loop, {0, 1, 0});
+  frames.transport(loop, y);
   for (std::size_t k = 0; k <= loop.size(); ++k) {
-    EXPECT_NEAR(std::abs(frames.at(k).binormal.z), 1.0f, 1e-4f) << k;
+    EXPECT_NEAR(std::abs(dot(frames.at(k).binormal, up)), 1.0f, 1e-4f) << k;
   }
 }
 
