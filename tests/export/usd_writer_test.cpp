@@ -28,15 +28,20 @@
 /// For larger objects there is no memory.
 static std::atomic<std::size_t> largestObject = std::numeric_limits<std::size_t>::max();
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return size > largestObject ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+}
 void* operator new(std::size_t size) {
-  void* const memory = size > largestObject ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
+  if (void* const memory = operator new(size, std::nothrow)) return memory;
+  throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
   std::free(memory);
 }
 
