@@ -162,6 +162,8 @@ TEST(GraphJson, EachFaultOfADocumentHasItsSentence) {
       {wired(R"([{"from": "a", "to": "b", "input": "guides"}])"),
        "type mismatch: Strands -> Guides"},
       {wired(R"([{"from": "b", "to": "b", "input": "in"}])"), "connection would create a cycle"},
+      {wired(R"([{"from": "b", "to": "b", "input": "guides"}])"),
+       "type mismatch: Strands -> Guides"},
       // The first fault is the one told, also where it takes a look at the whole graph to find it.
       {wired(
            R"([{"from": "b", "to": "b", "input": "in"}, {"from": "c", "to": "b", "input": "in"}])"),
@@ -270,6 +272,26 @@ TEST(GraphJson, WiresAreJudgedWhateverTheirOrder) {
   do {
     EXPECT_EQ(load(good), "");
   } while (std::next_permutation(good.begin(), good.end()));
+}
+
+TEST(GraphJson, AFaultAboveACycleIsToldFirst) {
+  test::registerTestOperators();
+  const auto load = [](std::initializer_list<std::string> wires) {
+    std::string list;
+    for (const std::string& one : wires) list += (list.empty() ? "" : ", ") + one;
+    return messageOf([&] { graphFromJson(chained(list)); });
+  };
+  const char* cycle = "connection would create a cycle";
+  const char* mismatch = "type mismatch: Guides -> Strands";
+  EXPECT_EQ(load({wire("m1", "m2"), wire("g", "t"), wire("m2", "m3"), wire("m3", "m1")}), mismatch);
+  EXPECT_EQ(load({wire("m1", "m2"), wire("m2", "m3"), wire("m3", "m1"), wire("g", "t")}), cycle);
+  // The wire that closes the cycle takes the place of the one that tells what the chain carries.
+  EXPECT_EQ(load({wire("g", "m1"), wire("m1", "m2"), wire("m2", "t"), wire("m2", "m1"),
+                  wire("m2", "m3"), wire("g", "grow", "guides")}),
+            mismatch);
+  EXPECT_EQ(load({wire("s", "m1"), wire("m1", "m2"), wire("m2", "t"), wire("m2", "m1"),
+                  wire("m2", "m3"), wire("g", "grow", "guides")}),
+            cycle);
 }
 
 TEST(GraphJson, OfTwoWiresIntoOneInputTheLastStands) {

@@ -79,6 +79,11 @@ TEST(Graph, ACurvesWireIsJudgedByWhatItCarries) {
   EXPECT_EQ(t.graph.node(first).sources[0], 0u);
   t.graph.connect(t.add("TestStrands"), first, 0);
   EXPECT_EQ(t.graph.resolvedOutputType(second, 0), PortType::strands);
+
+  const auto made = t.addOp(customOf(PortType::field, PortType::curves));
+  t.graph.connect(made, tint, 0);
+  t.graph.connect(t.add("TestField"), made, 0);  // a field does not come out of there
+  EXPECT_EQ(t.graph.resolvedOutputType(made, 0), PortType::curves);
 }
 
 TEST(Graph, ParametersBecomePortsOfTheirKind) {

@@ -134,11 +134,13 @@ TEST(ParamSet, WiredFieldsThatDoNotVaryAreNumbers) {
     set.wireField(name, std::make_shared<test::FixedField>(value));
   };
   wire("share", 7.0f);
-  wire("count", 2.6f);
+  wire("count", 5.6f);
   wire("on", 0.0f);
   EXPECT_EQ(set.number("share"), 1.0) << "within the limits";
-  EXPECT_EQ(set.integer("count"), 3);
+  EXPECT_EQ(set.integer("count"), 6);
   EXPECT_FALSE(set.boolean("on"));
+  wire("count", -9.0f);
+  EXPECT_EQ(set.integer("count"), 1);
   set.clearWires();
   EXPECT_TRUE(set.boolean("on"));
   EXPECT_EQ(set.integer("count"), 3);
