@@ -7,6 +7,7 @@
 
 #include "core/base/errors.h"
 #include "core/base/hash.h"
+#include "core/base/math_functions.h"
 #include "core/data/polyline.h"
 #include "core/expr/expression.h"
 #include "core/graph/expression_environment.h"
@@ -34,11 +35,11 @@ class BoundExpression {
       throw GraphError(prefix + error.what());
     }
     for (const std::string& name : program_.channelNames()) {
-      if (const Array<float>* points = strands_.pointChannel(name)) {
+      if (const Array<float>* values = strands_.strandChannel(name)) {
+        channels_.push_back({*values, false});
+      } else if (const Array<float>* points = strands_.pointChannel(name)) {
         channels_.push_back({*points, true});
         perPoint_ = true;
-      } else if (const Array<float>* values = strands_.strandChannel(name)) {
-        channels_.push_back({*values, false});
       } else {
         throw GraphError(prefix + "the expression reads '" + name +
                          "', which is neither a variable nor a channel of the strands");
@@ -120,7 +121,7 @@ class BoundExpression {
       block[Slot::y] = position.y;
       block[Slot::z] = position.z;
     }
-    Vec3f normal{0.0f, 1.0f, 0.0f};
+    Vec3f normal;  // zero where no surface is known
     if (readsAny({Slot::nx, Slot::ny, Slot::nz, Slot::lift})) {
       if (rooted) normal = surface_->normalAt(root);
       block[Slot::nx] = normal.x;
@@ -135,12 +136,12 @@ class BoundExpression {
     if (readsAny({Slot::length, Slot::straightness})) {
       const float size = polylineLength(points);
       block[Slot::length] = size;
-      block[Slot::straightness] = size > 0.0f ? distance(start, tip) / size : 1.0f;
+      block[Slot::straightness] = size > 0.0f ? distance(start, tip) / size : 0.0f;
     }
     block[Slot::reach] = distance(start, tip);
     if (program_.reads(Slot::lift)) {
       const float rise = dot(kestrane::normalize(tip - start), normal);
-      block[Slot::lift] = std::asin(std::clamp(rise, -1.0f, 1.0f));
+      block[Slot::lift] = math::asin(std::clamp(rise, -1.0f, 1.0f));
     }
     block[Slot::tipx] = tip.x;
     block[Slot::tipy] = tip.y;

@@ -43,15 +43,16 @@ ScalarField perPoint(const StrandSet& strands, At at) {
   return ScalarField(std::make_shared<Source>(strands, std::move(at)));
 }
 
-/// The channel of the map's name as a field; false when the strands have none.
+/// The channel of the map's name as a field, that of the strands before that of the points; false
+/// when the strands have neither.
 bool channelField(const MapRef& map, const StrandSet& strands, ScalarField& field) {
+  if (const Array<float>* values = strands.strandChannel(map.text)) {
+    field = perStrand([map, values](std::size_t strand) { return map.scaled((*values)[strand]); });
+    return true;
+  }
   if (const Array<float>* points = strands.pointChannel(map.text)) {
     field = perPoint(strands,
                      [map, points](std::size_t point) { return map.scaled((*points)[point]); });
-    return true;
-  }
-  if (const Array<float>* values = strands.strandChannel(map.text)) {
-    field = perStrand([map, values](std::size_t strand) { return map.scaled((*values)[strand]); });
     return true;
   }
   return false;

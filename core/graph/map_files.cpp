@@ -62,7 +62,7 @@ std::string resolved(const std::string& name, const EvalContext& context) {
 bool isMapFile(const std::string& name, const EvalContext& context) {
   if (name.empty()) return false;
   const std::string path = resolved(name, context);
-  return isFile(path) || !udimPattern(path).empty();
+  return isFile(path) || !udimTiles(udimPattern(path)).empty();
 }
 
 std::shared_ptr<const Texture> openMapFile(const std::string& name, const EvalContext& context) {
