@@ -33,7 +33,7 @@ class ClearanceField {
 
    private:
     friend class ClearanceField;
-    Float4 slope_, along_;  // of the cell's four edges along X: the slope, and the height in it
+    Float4 slope_{}, along_{};  // of the cell's four edges along X: the slope, and the height in it
     float y_ = 0.0f, z_ = 0.0f;
     float height_ = 0.0f;
     float cell_ = 0.0f;
@@ -60,11 +60,11 @@ class ClearanceField {
 
  private:
   struct Level {
-    Float4 low;  // the fourth lane of these is not used
+    Float4 low{};  // the fourth lane of these is not used
     float cell = 1.0f, perCell = 0.0f;
     float band = 0.0f;  // the largest height that this level tells
     float tolerance = 0.0f;
-    Float4 end;  // of the cells, counted in them
+    Float4 end{};  // of the cells, counted in them; none where there is no mesh
     std::int32_t size[3] = {0, 0, 0};
     /// Heights at the nodes, X fastest: not a number where nobody has asked, infinite where it is
     /// beyond the band or unknown. A mix with either tells no height.
