@@ -74,11 +74,34 @@ TEST(Curl, StrandsOfAClumpShareOnePhaseFrequencyAndPlane) {
         if (std::string(shape) == "helix") radii.insert(length(offset(6 * c + i, 32)));
       }
     }
-    EXPECT_NE(normalize(offset(1, 20)), normalize(offset(7, 20))) << "each clump has its own";
-    if (std::string(shape) == "helix") {
-      EXPECT_GT(radii.size(), 20u);
-    }
-    EXPECT_NE(offset(30, 2), offset(31, 2)) << "in no clump a strand curls on its own";
+    if (std::string(shape) != "helix") continue;
+    const auto way = [&](std::size_t strand, std::size_t point) {
+      return normalize(offset(strand, point));
+    };
+    EXPECT_GT(radii.size(), 20u) << "each strand has its own radius";
+    EXPECT_LT(dot(way(1, 20), way(7, 20)), 0.999f) << "each clump has its own turns";
+    EXPECT_LT(dot(way(1, 20), way(1, 32)), 0.99f) << "they go on past the short strand's tip";
+    EXPECT_LT(dot(way(30, 2), way(31, 2)), 0.999f) << "in no clump a strand curls on its own";
+  }
+}
+
+TEST(Curl, StrandsOfAClumpLieInItsPlaneHoweverTheySpread) {
+  OpsFixture fixture;
+  StrandSet strands;
+  for (int i = 0; i < 2; ++i) {
+    const Vec3f way = normalize(Vec3f{0, 1, 0.5f * static_cast<float>(i)});
+    std::vector<Vec3f> points;
+    for (int k = 0; k < 60; ++k) points.push_back(way * (0.1f * static_cast<float>(k)));
+    strands.addStrand(static_cast<std::uint64_t>(i), {}, points);
+  }
+  strands.addStrandChannel("clumpId", 4.0f);
+  const auto op = plainCurl(fixture, "wave");
+  op->parameters.set("coherence", std::string("clump"));
+  const StrandSetPtr curled = fixture.run(*op, strands);
+  for (std::size_t k = 1; k < 60; ++k) {
+    const Vec3f a = curled->strandPoints(0)[k] - strands.strandPoints(0)[k];
+    const Vec3f b = curled->strandPoints(1)[k] - strands.strandPoints(1)[k];
+    EXPECT_NEAR(distance(a, b), 0.0f, 1e-4f);
   }
 }
 
