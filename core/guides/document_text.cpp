@@ -18,12 +18,10 @@ void appendFinite(std::string& text, Number value) {
   if (!std::isfinite(value)) {
     throw std::runtime_error("the data hold a value that is infinite or not a number");
   }
-  // A whole zero would lose its sign in readers that take it as an integer.
-  if (value == Number(0) && std::signbit(value)) {
-    text += "-0.0";
-  } else {
-    appendNumber(text, value);
-  }
+  const std::size_t first = text.size();
+  appendNumber(text, value);
+  // With a point, so that it stays a float, and zero keeps its sign, in any JSON reader.
+  if (text.find_first_of(".e", first) == std::string::npos) text += ".0";
 }
 
 [[noreturn]] void wrongKind(const Json& json, const char* wanted) {

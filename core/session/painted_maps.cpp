@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/base/hash.h"
+#include "core/graph/field_map.h"
 #include "core/graph/map_files.h"
 
 namespace kestrane {
@@ -64,21 +65,6 @@ class VertexMap final : public ExpressionMap {
   int channels_;
 };
 
-class TextureMap final : public ExpressionMap {
- public:
-  TextureMap(TexturePtr texture, int channels)
-      : texture_(std::move(texture)), channels_(channels) {}
-
-  float sample(const MapSample& sample, MapComponent component) const override {
-    const Vec4f color = texture_->sample(sample.uv.x, sample.uv.y);
-    return componentOf(color, channels_ == 1 ? MapComponent::luminance : component);
-  }
-
- private:
-  TexturePtr texture_;
-  int channels_;
-};
-
 std::uint64_t hashOf(const GroomMap& map) {
   std::uint64_t hash = hashString(hashString(0x9A1147ED, map.kind), map.texture);
   hash = hashCombine(hash, static_cast<std::uint64_t>(map.channels));
@@ -130,7 +116,7 @@ EvalResources::PaintedMap PaintedMaps::find(
   const std::uint64_t revision = hashCombine(entry.revision, mapFileKey(entry.texture, context));
   try {
     auto texture = openMapFile(entry.texture, context);
-    return {std::make_shared<const TextureMap>(std::move(texture), entry.channels), revision, {}};
+    return {std::make_shared<const FieldMap>(std::move(texture), entry.channels), revision, {}};
   } catch (const std::exception& error) {
     return {nullptr, revision, error.what()};
   }
