@@ -178,24 +178,24 @@ def whole_table(programs, arguments, peers):
           "below 1 ours is the faster one.")
     print(f"{'benchmark':<56} {'time':>8} {'runs':>4} {'ours/theirs':>11}  rate")
 
-    def show(row):
+    def show(rows):
         nonlocal failed
-        results.add(row)
-        if row.error:
-            failed = True
-            print(f"{row.name:<56} {'':>8} {'':>4} {'':>11}  {row.error}", flush=True)
-            return
-        ratio = results.ratio(row)
-        ratio_text = "" if ratio is None else f"{ratio:.2f}"
-        print(f"{row.name:<56} {time_text(row.seconds):>8} {row.runs:>4} {ratio_text:>11}  "
-              f"{rate_text(row)}", flush=True)
+        for row in rows:
+            results.add(row)
+        for row in rows:
+            if row.error:
+                failed = True
+                print(f"{row.name:<56} {'':>8} {'':>4} {'':>11}  {row.error}", flush=True)
+                continue
+            ratio = results.ratio(row)
+            ratio_text = "" if ratio is None else f"{ratio:.2f}"
+            print(f"{row.name:<56} {time_text(row.seconds):>8} {row.runs:>4} {ratio_text:>11}  "
+                  f"{rate_text(row)}", flush=True)
 
     for program in programs:
-        for row in run_program(program, arguments):
-            show(row)
+        show(run_program(program, arguments))
     if peers:
-        for row in run_blender(arguments):
-            show(row)
+        show(list(run_blender(arguments)))
     return 1 if failed else 0
 
 

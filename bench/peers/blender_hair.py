@@ -112,7 +112,8 @@ class Groom:
 
 
 def main():
-    wanted = re.compile(sys.argv[sys.argv.index("--") + 1] if "--" in sys.argv else "")
+    chosen = sys.argv[sys.argv.index("--") + 1:] if "--" in sys.argv else []
+    wanted = re.compile("|".join(chosen))
     # Our names for the same work: by the form of hair and the strands, those for a first update
     # and those for one more. A groom that evaluates for the first time is measured against both,
     # since placing children well is what Blender's first update spends most of its time on.
