@@ -237,7 +237,7 @@ def quick_table(programs, arguments, record):
               + "".join(f"\n  {name}" for name in fresh))
     absent = [name for name in expected if name not in measured]
     if absent:
-        print(f"{len(absent)} were not measured, since their peers are not built in (--peers):"
+        print(f"{len(absent)} were not measured (left out by a filter, or their peer is not built in):"
               + "".join(f"\n  {name}" for name in absent))
     if record:
         # Pairs that this build cannot measure keep what they had.
