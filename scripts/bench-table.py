@@ -33,8 +33,8 @@ OWN_KEYS = {"name", "run_name", "run_type", "family_index", "per_family_instance
             "repetitions", "repetition_index", "threads", "iterations", "real_time", "cpu_time",
             "time_unit", "items_per_second", "bytes_per_second", "label", "aggregate_name",
             "aggregate_unit", "error_occurred", "error_message"}
-# Against copying, the standard library and, where they are built in, other libraries. Operators at a
-# size beyond any cache, the others at sizes that take milliseconds.
+# Against copying, the standard library and, where they are built in, other libraries. Operators at
+# a size beyond any cache, the others at sizes that take milliseconds.
 QUICK = "|".join([
     r"^operator(ByCopying)?/[A-Za-z]+/1000000/",
     r"^blocksOfPoints(By[A-Za-z]+)?/170000$",
@@ -237,7 +237,7 @@ def quick_table(programs, arguments, record):
               + "".join(f"\n  {name}" for name in fresh))
     absent = [name for name in expected if name not in measured]
     if absent:
-        print(f"{len(absent)} were not measured (left out by a filter, or their peer is not built in):"
+        print(f"{len(absent)} were not measured (filtered out, or their peer is not built in):"
               + "".join(f"\n  {name}" for name in absent))
     if record:
         # Pairs that this build cannot measure keep what they had.
