@@ -77,7 +77,6 @@ void widthSliderMoved(benchmark::State& state) {
     state.ResumeTiming();
     groom.evaluate();
   }
-  groom.countNodeTimes(state);
   countStrands(state, groom);
 }
 
@@ -99,7 +98,6 @@ void lastSliderMoved(benchmark::State& state) {
     beyond += whole.count() - groom.nodeTime("resample");
   }
   state.counters["beyond_ms"] = beyond / static_cast<double>(state.iterations());
-  groom.countNodeTimes(state);
   countStrands(state, groom);
 }
 
