@@ -4,6 +4,7 @@
 #include "core/ops/curl_kernel.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <numbers>
 
@@ -47,12 +48,10 @@ float zigzagOf(double turns) {
   return static_cast<float>(x < 0.0 ? -value : value);
 }
 
-/// A vector perpendicular to one unit vector, turned as that is turned onto another.
-Vec3f turnedAlong(Vec3f vector, Vec3f from, Vec3f to) {
-  const float both = 1.0f + dot(from, to);
-  // A curve that turns right back takes its frame along.
-  if (both > 1e-4f) vector -= (from + to) * (dot(vector, to) / both);
-  return normalize(vector - to * dot(vector, to), anyPerpendicular(to));
+/// The unit vector along a, or `fallback` where the square of its length is `least` or less.
+Vec3f unitAlong(Vec3f a, float least, Vec3f fallback) {
+  const float size = lengthSquared(a);
+  return size > least ? a * (1.0f / std::sqrt(size)) : fallback;
 }
 
 }  // namespace
@@ -125,39 +124,51 @@ double CurlTurns::at(float arc) const {
 }
 
 void CurlFrames::transport(std::span<const Vec3f> segments, Vec3f hint) {
-  const std::size_t count = segments.size() + 1;
-  tangents_.resize(count);
-  normals_.resize(count);
   // Segments without a length go the way of those before them, the first ones that of those after.
-  Vec3f before{0.0f, 0.0f, 1.0f};
-  for (const Vec3f segment : segments) {
-    const Vec3f direction = normalize(segment);
-    if (direction == Vec3f{}) continue;
-    before = direction;
-    break;
+  Vec3f way{0.0f, 0.0f, 1.0f};
+  for (std::size_t i = segments.size(); i-- > 0;) way = unitAlong(segments[i], FLT_MIN, way);
+  ways_.resize(segments.size());
+  for (std::size_t i = 0; i < segments.size(); ++i) {
+    ways_[i] = way = unitAlong(segments[i], FLT_MIN, way);
   }
-  const Vec3f lead = normalize(hint);
-  const Vec3f across = lead - before * dot(lead, before);
+  // A strand that turns right back has no mean way at the turn: it keeps the way it came.
+  tangents_.resize(segments.size() + 1);
+  tangents_.front() = ways_.front();
+  tangents_.back() = ways_.back();
+  for (std::size_t i = 1; i < segments.size(); ++i) {
+    tangents_[i] = unitAlong(ways_[i - 1] + ways_[i], 1e-6f, ways_[i - 1]);
+  }
+
+  const Vec3f start = tangents_[0], lead = normalize(hint);
   // What is left of a direction along the strand is rounding and points anywhere.
-  Vec3f normal = lengthSquared(across) > 1e-4f ? normalize(across) : anyPerpendicular(before);
-  Vec3f last = before;
-  for (std::size_t i = 0; i < count; ++i) {
-    const Vec3f after = i < segments.size() ? normalize(segments[i], before) : before;
-    const Vec3f both = before + after;
-    const Vec3f tangent = lengthSquared(both) > 1e-6f ? normalize(both) : before;
-    normal = turnedAlong(normal, last, tangent);
-    tangents_[i] = last = tangent;
+  Vec3f normal = unitAlong(lead - start * dot(lead, start), 1e-4f, anyPerpendicular(start));
+  normals_.resize(tangents_.size());
+  normals_[0] = normal;
+  for (std::size_t i = 1; i < tangents_.size(); ++i) {
+    const Vec3f from = tangents_[i - 1], to = tangents_[i];
+    const float both = 1.0f + dot(from, to);
+    if (both > 1e-4f) {
+      normal -= (from + to) * (1.0f / both * dot(normal, to));
+    } else {
+      // The strand turns right back: the frame comes along.
+      normal = unitAlong(normal - to * dot(normal, to), 1e-6f, anyPerpendicular(to));
+    }
     normals_[i] = normal;
-    before = after;
+  }
+  // What rounding has added up to by then is mended for each by itself, which does not hold up the
+  // loop above: the length by a step of Newton's towards the inverse root of its square.
+  for (std::size_t i = 1; i < tangents_.size(); ++i) {
+    const Vec3f mended = normals_[i] - tangents_[i] * dot(normals_[i], tangents_[i]);
+    normals_[i] = mended * (1.5f - 0.5f * lengthSquared(mended));
   }
 }
 
 CurlFrame CurlFrames::between(std::size_t segment, float share) const {
   if (!(share > 0.0f)) return at(segment);
   const Vec3f tangent = lerp(tangents_[segment], tangents_[segment + 1], share);
-  const Vec3f normal = lerp(normals_[segment], normals_[segment + 1], share);
-  const CurlFrame start = at(segment);
-  return {normalize(normal, start.normal), normalize(cross(tangent, normal), start.binormal)};
+  const Vec3f normal =
+      unitAlong(lerp(normals_[segment], normals_[segment + 1], share), 1e-6f, normals_[segment]);
+  return {normal, unitAlong(cross(tangent, normal), 1e-6f, cross(tangents_[segment], normal))};
 }
 
 float CurlKernel::measure(std::span<const Vec3f> points) {
@@ -193,7 +204,8 @@ double CurlKernel::extraPoints(std::size_t segment) const {
     return std::max(0.0, kinks.last - kinks.first + 1.0);
   }
   const double turned = std::abs(turns_[segment + 1] - turns_[segment]);
-  return std::max(0.0, std::ceil(turned * curl_.shape().piecesPerTurn - slack) - 1.0);
+  const double pieces = turned * curl_.shape().piecesPerTurn - slack;
+  return pieces > 1.0 ? std::ceil(pieces) - 1.0 : 0.0;
 }
 
 std::size_t CurlKernel::neededPoints() {

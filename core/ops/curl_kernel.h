@@ -99,6 +99,7 @@ class CurlFrames {
   }
 
  private:
+  std::vector<Vec3f> ways_;                // of the segments
   std::vector<Vec3f> tangents_, normals_;  // per point
 };
 
