@@ -104,15 +104,7 @@ void lastSliderMoved(benchmark::State& state) {
 /// A new pose of the scalp: guides follow it, and everything grows anew.
 void scalpMoved(benchmark::State& state) {
   BenchGroom groom(state.range(0));
-  groom.evaluate();
-  float sway = 0.0f;
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::vector<Vec3f> points = groom.posedPoints(sway += 0.01f);
-    state.ResumeTiming();
-    groom.session.updateScalpPoints(std::move(points));
-    groom.evaluate();
-  }
+  groom.evaluatePoses(state);
   groom.countNodeTimes(state);
   countStrands(state, groom);
 }
@@ -121,15 +113,7 @@ void scalpMoved(benchmark::State& state) {
 void scalpFollowed(benchmark::State& state) {
   BenchGroom groom(state.range(0));
   groom.session.setFollowScalp(true);
-  groom.evaluate();
-  float sway = 0.0f;
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::vector<Vec3f> points = groom.posedPoints(sway += 0.01f);
-    state.ResumeTiming();
-    groom.session.updateScalpPoints(std::move(points));
-    groom.evaluate();
-  }
+  groom.evaluatePoses(state);
   countStrands(state, groom);
 }
 

@@ -59,15 +59,7 @@ void interpolateShapes(benchmark::State& state) {
 void interpolateMoved(benchmark::State& state) {
   BenchGroom groom(state.range(0));
   groom.endAt("interpolate");
-  groom.evaluate();
-  float sway = 0.0f;
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::vector<Vec3f> points = groom.posedPoints(sway += 0.01f);
-    state.ResumeTiming();
-    groom.session.updateScalpPoints(std::move(points));
-    groom.evaluate();
-  }
+  groom.evaluatePoses(state);
   groom.countNodeTimes(state);
   countStrands(state, groom.strandCount(), "strands");
 }

@@ -140,6 +140,18 @@ double BenchGroom::nodeTime(const std::string& node) const {
   throw std::runtime_error("no time of node " + node);
 }
 
+void BenchGroom::evaluatePoses(benchmark::State& state) {
+  evaluate();
+  float sway = 0.0f;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::vector<Vec3f> points = posedPoints(sway += 0.01f);
+    state.ResumeTiming();
+    session.updateScalpPoints(std::move(points));
+    evaluate();
+  }
+}
+
 void BenchGroom::countNodeTimes(benchmark::State& state) const {
   for (const auto& [node, ms] : session.stats().times) state.counters[node + "_ms"] = ms;
 }

@@ -40,6 +40,8 @@ class BenchGroom {
   void evaluate();
   /// Milliseconds that the node took in the last evaluation.
   double nodeTime(const std::string& node) const;
+  /// Evaluates, and then measures one pose of the scalp after another.
+  void evaluatePoses(benchmark::State& state);
   /// All nodes' times as counters, in milliseconds.
   void countNodeTimes(benchmark::State& state) const;
   std::int64_t strandCount() const;
