@@ -67,11 +67,43 @@ void expectLanesAreFourFloats() {
           EXPECT_PRED2(sameFloat, c.found, c.wanted) << x << " " << c.operation << " " << y;
         }
       }
+      unsigned below = 0;
+      for (int k = 0; k < 4; ++k) below |= left[k] < right[k] ? 1u << k : 0u;
+      EXPECT_EQ(setLanes(a < b), below);
       float stored[4] = {};
       store4(stored, b);
       EXPECT_EQ(std::memcmp(stored, right, sizeof(stored)), 0);
     }
   }
+}
+
+/// Points go into lanes and out of them in the arrangements that the names say.
+void expectPointsGoIntoLanes() {
+  const Vec3f points[5] = {{0, 1, 2}, {3, 4, 5}, {6, 7, 8}, {9, 10, 11}, {12, 13, 14}};
+  const Vec3x4 four = loadFour(points);
+  for (int k = 0; k < 4; ++k) {
+    EXPECT_EQ((Vec3f{four.x[k], four.y[k], four.z[k]}), points[k]);
+  }
+  const auto [first, second] = loadPair(points[1]);
+  EXPECT_EQ(firstThree(first), points[1]);
+  EXPECT_EQ(firstThree(second), points[2]);
+
+  const float rows[3][4] = {{1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}};
+  const Vec3x4 turned = columns(load4(rows[0]), load4(rows[1]), load4(rows[2]));
+  EXPECT_EQ(firstThree(turned.x), (Vec3f{1, 5, 9}));
+  EXPECT_EQ(firstThree(turned.y), (Vec3f{2, 6, 10}));
+  EXPECT_EQ(firstThree(turned.z), (Vec3f{3, 7, 11}));
+
+  Vec3f out[2] = {{-1, -2, -3}, {-4, -5, -6}};
+  storeOverNext(out[0], load4(rows[0]));
+  EXPECT_EQ(out[0], (Vec3f{1, 2, 3}));
+  EXPECT_EQ(out[1].y, -5.0f);
+
+  const float numbers[4] = {-3.75f, -0.5f, 0.5f, 1e6f};
+  const Int4 whole = truncated(load4(numbers));
+  const float wanted[4] = {-3.0f, 0.0f, 0.0f, 1e6f};
+  for (int k = 0; k < 4; ++k) EXPECT_EQ(asFloats(whole)[k], wanted[k]);
+  EXPECT_EQ(absolute(load4(numbers))[0], 3.75f);
 }
 
 }  // namespace

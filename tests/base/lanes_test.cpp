@@ -10,5 +10,9 @@ TEST(Lanes, AreFourFloats) {
   expectLanesAreFourFloats();
 }
 
+TEST(Lanes, TakePoints) {
+  expectPointsGoIntoLanes();
+}
+
 }  // namespace
 }  // namespace kestrane

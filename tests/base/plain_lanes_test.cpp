@@ -13,5 +13,9 @@ TEST(PlainLanes, AreFourFloats) {
   expectLanesAreFourFloats();
 }
 
+TEST(PlainLanes, TakePoints) {
+  expectPointsGoIntoLanes();
+}
+
 }  // namespace
 }  // namespace kestrane
