@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/base/lanes.h"
+
 namespace kestrane {
 
 namespace {
@@ -82,24 +84,39 @@ Vec3f splineTangent(Vec3f p0, Vec3f p1, Vec3f p2, float before, float after, flo
 
 }  // namespace
 
+KESTRANE_WIDE void segmentLengths(std::span<const Vec3f> points, float* lengths) {
+  for (std::size_t k = 1; k < points.size(); ++k) {
+    lengths[k - 1] = distance(points[k - 1], points[k]);
+  }
+}
+
 float polylineLength(std::span<const Vec3f> points) {
+  constexpr std::size_t piece = 64;
+  float lengths[piece];
   float total = 0.0f;
-  for (std::size_t k = 1; k < points.size(); ++k) total += distance(points[k - 1], points[k]);
+  for (std::size_t first = 0; first + 1 < points.size(); first += piece) {
+    const std::size_t segments = std::min(piece, points.size() - 1 - first);
+    segmentLengths(points.subspan(first, segments + 1), lengths);
+    for (std::size_t k = 0; k < segments; ++k) total += lengths[k];
+  }
   return total;
 }
 
+void arcLengths(std::span<const Vec3f> points, std::span<float> lengths) {
+  if (points.empty()) return;
+  lengths[0] = 0.0f;
+  segmentLengths(points, lengths.data() + 1);
+  for (std::size_t k = 1; k < points.size(); ++k) lengths[k] += lengths[k - 1];
+}
+
 void arcShares(std::span<const Vec3f> points, std::span<float> shares) {
-  const float total = polylineLength(points);
+  arcLengths(points, shares);
+  const float total = shares.empty() ? 0.0f : shares.back();
   if (!usableLength(total)) {
     for (std::size_t k = 0; k < points.size(); ++k) shares[k] = indexShare(k, points.size());
     return;
   }
-  float before = 0.0f;
-  shares[0] = 0.0f;
-  for (std::size_t k = 1; k < points.size(); ++k) {
-    before += distance(points[k - 1], points[k]);
-    shares[k] = before / total;
-  }
+  for (float& share : shares) share /= total;
 }
 
 void resamplePolyline(std::span<const Vec3f> points, std::span<Vec3f> out) {

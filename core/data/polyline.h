@@ -10,8 +10,14 @@
 
 namespace kestrane {
 
+/// The length of each segment; one fewer than points, and none without points.
+void segmentLengths(std::span<const Vec3f> points, float* lengths);
+
 /// The length of a polyline; 0 for fewer than 2 points.
 float polylineLength(std::span<const Vec3f> points);
+
+/// Writes the length from the root to each point. Both spans have one size.
+void arcLengths(std::span<const Vec3f> points, std::span<float> lengths);
 
 /// Writes the share of the length at each point, 0 at the root to 1 at the tip; where the length is
 /// 0, the share by point index (0 for a single point). Both spans have one size.

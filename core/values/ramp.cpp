@@ -10,6 +10,7 @@
 #include "core/base/errors.h"
 #include "core/base/hash.h"
 #include "core/base/json.h"
+#include "core/base/lanes.h"
 #include "core/base/text.h"
 
 namespace kestrane {
@@ -86,9 +87,36 @@ float Ramp::evaluate(float t) const {
       first = middle + 1;
     }
   }
-  const Segment& s = segments_[first - 1];
-  const double u = (t - s.start) * s.perWidth;
-  return static_cast<float>(s.value + u * (s.slope + u * (s.square + u * s.cube)));
+  return segments_[first - 1].at(t);
+}
+
+void Ramp::evaluate(std::span<const float> places, std::span<float> values) const {
+  // Beyond this many, seeking the segment of each place beats working all of them out.
+  constexpr std::size_t most = 16;
+  if (keys_.empty() || segments_.size() > most) {
+    for (std::size_t i = 0; i < places.size(); ++i) values[i] = evaluate(places[i]);
+    return;
+  }
+  const float begin = keys_.front().position;
+  std::fill(values.begin(), values.end(), keys_.front().value);
+  for (std::size_t k = 0; k < segments_.size(); ++k) {
+    evaluateFrom(segments_[k], begin, keys_[k].position, places, values);
+  }
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const bool past = places[i] > begin && places[i] >= keys_.back().position;
+    values[i] = past ? keys_.back().value : values[i];
+  }
+}
+
+KESTRANE_WIDE void Ramp::evaluateFrom(const Segment& segment, float begin, float position,
+                                      std::span<const float> places, std::span<float> values) {
+#if defined(__GNUC__)
+#pragma GCC ivdep
+#endif
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const float t = places[i], value = segment.at(t);
+    values[i] = (t > begin) & (t >= position) ? value : values[i];
+  }
 }
 
 std::uint64_t Ramp::hash(std::uint64_t seed) const {

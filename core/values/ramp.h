@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "core/base/json_fwd.h"
@@ -30,6 +31,9 @@ class Ramp {
 
   /// The value at t; 1 without keys, the end keys' values outside them.
   float evaluate(float t) const;
+  /// The values at many places, as if each were asked for alone. Both spans have one size and share
+  /// nothing.
+  void evaluate(std::span<const float> places, std::span<float> values) const;
 
   bool operator==(const Ramp& other) const {
     return keys_ == other.keys_ && linear_ == other.linear_;
@@ -42,7 +46,15 @@ class Ramp {
   struct Segment {
     double start, perWidth;
     double value, slope, square, cube;
+
+    float at(float t) const {
+      const double u = (t - start) * perWidth;
+      return static_cast<float>(value + u * (slope + u * (square + u * cube)));
+    }
   };
+  /// Puts a segment's values at the places from its position on that lie past the ramp's begin.
+  static void evaluateFrom(const Segment& segment, float begin, float position,
+                           std::span<const float> places, std::span<float> values);
 
   std::vector<Key> keys_;
   std::vector<Segment> segments_;  // one fewer than keys

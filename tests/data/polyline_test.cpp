@@ -60,6 +60,23 @@ TEST(Polyline, ArcSharesRiseFromRootToTip) {
   }
 }
 
+TEST(Polyline, LengthsAddUpSegmentBySegment) {
+  std::vector<Vec3f> points;
+  float total = 0.0f;
+  // Past twice the number of segments that are measured at once.
+  for (int i = 0; i < 140; ++i) {
+    const Vec3f next{static_cast<float>(i % 7), static_cast<float>(i * i % 11), 0.5f};
+    if (!points.empty()) total += distance(points.back(), next);
+    points.push_back(next);
+    EXPECT_EQ(polylineLength(points), total) << i;
+    std::vector<float> lengths(points.size(), -1.0f);
+    arcLengths(points, lengths);
+    EXPECT_EQ(lengths.front(), 0.0f);
+    EXPECT_EQ(lengths.back(), total) << i;
+  }
+  EXPECT_EQ(polylineLength({}), 0.0f);
+}
+
 TEST(Polyline, SharesGoByIndexWhereThereIsNoLength) {
   for (const float bad : {0.0f, std::nanf(""), infinity}) {
     const Points points = {{bad, 0, 0}, {0, 0, 0}, {0, 0, 0}};

@@ -120,6 +120,29 @@ TEST(Ramp, ExtremeKeysGiveFiniteValues) {
   EXPECT_EQ(Ramp(cases[2]).keys(), (Keys{{0.25f, 1}, {1, 2}}));
 }
 
+TEST(Ramp, ManyPlacesAtOnceGiveWhatEachGivesAlone) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  std::vector<float> places = {nan, -infinity, infinity, -1.0f, -0.0f, 2.0f};
+  for (int i = 0; i <= 64; ++i) places.push_back(static_cast<float>(i) / 64.0f);
+  // One key more than are worked out side by side, and every fifth key a jump.
+  for (std::size_t count = 0; count <= 18; ++count) {
+    std::vector<Ramp::Key> keys;
+    for (std::size_t k = 0; k < count; ++k) {
+      const std::size_t step = k % 5 == 4 ? k - 1 : k;
+      keys.push_back({static_cast<float>(step) / 16.0f, static_cast<float>(k * k % 7)});
+    }
+    for (const bool linear : {false, true}) {
+      const Ramp ramp(keys, linear);
+      std::vector<float> values(places.size());
+      ramp.evaluate(places, values);
+      for (std::size_t i = 0; i < places.size(); ++i) {
+        EXPECT_EQ(values[i], ramp.evaluate(places[i])) << count << " keys at " << places[i];
+      }
+    }
+  }
+}
+
 TEST(Ramp, JsonRoundTrip) {
   for (std::uint64_t seed = 0; seed < 10; ++seed) {
     const Ramp ramp(makeKeys(seed), seed % 2 == 0);
