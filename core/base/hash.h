@@ -44,7 +44,7 @@ constexpr float unitFloat(std::uint64_t h) {
 
 /// A yes or no that is stable per key: never at probability 0, always at 1.
 constexpr bool hashPick(std::uint64_t key, float probability) {
-  return probability > unitFloat(mix64(key));
+  return probability > 0.0f && probability > unitFloat(mix64(key));
 }
 
 }  // namespace kestrane

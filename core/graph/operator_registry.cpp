@@ -16,7 +16,8 @@ OperatorRegistry::OperatorRegistry() {
   registerInterpolateOperator(*this);
   registerShapeOperators(*this);
   registerCurlOperator(*this);
-  registerColorOperators(*this);
+  registerHairColorOperator(*this);
+  registerBandsOperator(*this);
   registerRenderDataOperator(*this);
 }
 

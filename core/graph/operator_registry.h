@@ -53,7 +53,8 @@ void registerScatterOperator(OperatorRegistry& registry);
 void registerInterpolateOperator(OperatorRegistry& registry);
 void registerShapeOperators(OperatorRegistry& registry);
 void registerCurlOperator(OperatorRegistry& registry);
-void registerColorOperators(OperatorRegistry& registry);
+void registerHairColorOperator(OperatorRegistry& registry);
+void registerBandsOperator(OperatorRegistry& registry);
 void registerRenderDataOperator(OperatorRegistry& registry);
 
 /// The catalogue as one JSON array of all types in name order: the only source of a user interface.

@@ -3,6 +3,7 @@
 
 #include "core/ops/noise_kernel.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/base/hash.h"
@@ -19,55 +20,67 @@ constexpr std::uint64_t kinkSalt = 0x4E015E03ull;
 // How far apart strands lie in the noise's space: wide enough that they share nothing.
 constexpr float offsetRange = 512.0f;
 
-/// Gradient noise along a line parallel to X. All that depends on Y and Z is summed once per plane
-/// of the lattice; a point then costs two linear terms and their mix.
+constexpr std::uint64_t stepX = 0x9E3779B185EBCA87ull;
+constexpr std::uint64_t stepY = 0xC2B2AE3D27D4EB4Full;
+constexpr std::uint64_t stepZ = 0x165667B19E3779F9ull;
+
+/// Three fields of gradient noise along a line parallel to X: what they are made of where the line
+/// crosses a plane of the lattice. All that depends on Y and Z is in it.
 class LineNoise {
  public:
-  LineNoise(float y, float z, std::uint64_t seed)
-      : y_(y, 0xC2B2AE3D27D4EB4Full), z_(z, 0x165667B19E3779F9ull), seed_(seed) {}
-
-  Vec3f at(float x) {
-    const detail::NoiseAxis axis(x, 0x9E3779B185EBCA87ull);
-    if (!any_ || axis.hash[0] != hash_) {
-      // Walking forward, the plane ahead becomes the one behind.
-      planes_[0] = any_ && axis.hash[0] == ahead_ ? planes_[1] : plane(axis.hash[0]);
-      planes_[1] = plane(axis.hash[1]);
-      hash_ = axis.hash[0];
-      ahead_ = axis.hash[1];
-      any_ = true;
-    }
-    return (planes_[0].level + planes_[0].slope * axis.offset[0]) * axis.share[0] +
-           (planes_[1].level + planes_[1].slope * axis.offset[1]) * axis.share[1];
-  }
-
- private:
-  struct Plane {
-    Vec3f level;  // of the three components where the plane is
-    Vec3f slope;  // and along X
-  };
-
-  Plane plane(std::uint64_t hash) const {
-    Plane sum;
+  LineNoise(float y, float z, std::uint64_t seed) {
+    const detail::NoiseAxis axisY(y, stepY), axisZ(z, stepZ);
     for (std::size_t corner = 0; corner < 4; ++corner) {
       const std::size_t j = corner & 1, k = corner >> 1;
-      const float share = y_.share[j] * z_.share[k];
-      for (int component = 0; component < 3; ++component) {
-        const std::uint64_t own =
-            detail::foldNoiseHash(seed_ + static_cast<std::uint64_t>(component));
-        const detail::Float4 g = detail::gradientOf(hash ^ y_.hash[j] ^ z_.hash[k] ^ own);
-        sum.level[component] += share * (g[1] * y_.offset[j] + g[2] * z_.offset[k]);
-        sum.slope[component] += share * g[0];
+      Corner& c = corners_[corner];
+      for (std::uint64_t field = 0; field < 3; ++field) {
+        c.hash[field] = axisY.hash[j] ^ axisZ.hash[k] ^ detail::foldNoiseHash(seed + field);
       }
+      c.share = splat(axisY.share[j] * axisZ.share[k]);
+      c.offsetY = splat(axisY.offset[j]);
+      c.offsetZ = splat(axisZ.offset[k]);
+    }
+  }
+
+  NoisePlane plane(std::int64_t cell) const {
+    const std::uint64_t hash = detail::foldNoiseHash(static_cast<std::uint64_t>(cell) * stepX);
+    NoisePlane sum{splat(0.0f), splat(0.0f)};
+    for (const Corner& c : corners_) {
+      // A field's gradient is a row; the sums want each coordinate of all three.
+      const Float4 gradients[3] = {detail::gradientOf(hash ^ c.hash[0]),
+                                   detail::gradientOf(hash ^ c.hash[1]),
+                                   detail::gradientOf(hash ^ c.hash[2])};
+      const Vec3x4 g = columns(gradients[0], gradients[1], gradients[2]);
+      sum.level = sum.level + c.share * (g.y * c.offsetY + g.z * c.offsetZ);
+      sum.slope = sum.slope + c.share * g.x;
     }
     return sum;
   }
 
-  detail::NoiseAxis y_, z_;
-  std::uint64_t seed_;
-  std::uint64_t hash_ = 0, ahead_ = 0;
-  bool any_ = false;
-  Plane planes_[2];
+ private:
+  struct Corner {
+    std::uint64_t hash[3];  // of the three fields, but for the part of X
+    Float4 share, offsetY, offsetZ;
+  };
+  Corner corners_[4];
 };
+
+/// Where points lie in their cells along X, and the fade between the two planes there.
+KESTRANE_WIDE void findInCells(float start, float frequency, std::span<const float> places,
+                               NoiseCells& cells) {
+  std::int32_t* cell = cells.cell.data();
+  float* offset = cells.offset.data();
+  float* share = cells.share.data();
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const float x = start + places[i] * frequency;
+    std::int32_t below = static_cast<std::int32_t>(x);
+    below -= static_cast<float>(below) > x ? 1 : 0;
+    const float f = x - static_cast<float>(below);
+    cell[i] = below;
+    offset[i] = f;
+    share[i] = ((6.0f * f - 15.0f) * f + 10.0f) * f * f * f;
+  }
+}
 
 /// A vector of components -1 to 1 for a key.
 Vec3f randomOffset(std::uint64_t key) {
@@ -91,6 +104,12 @@ Vec3f strandNoiseStart(std::uint64_t id, std::uint64_t seed) {
   return Vec3f{unitFloat(key), unitFloat(mix64(key)), unitFloat(mix64(key + 1))} * offsetRange;
 }
 
+void NoiseCells::resize(std::size_t points) {
+  cell.resize(points);
+  offset.resize(points);
+  share.resize(points);
+}
+
 NoiseKernel::NoiseKernel(const NoiseShape& shape) : shape_(shape) {}
 
 std::span<const float> NoiseKernel::measure(std::span<const Vec3f> points) {
@@ -102,7 +121,8 @@ std::span<const float> NoiseKernel::measure(std::span<const Vec3f> points) {
 
 void NoiseKernel::displace(std::uint64_t id, std::span<const Vec3f> points,
                            std::span<const float> strength, std::span<Vec3f> out) {
-  noise_.assign(points.size(), Vec3f{});
+  if (points.empty()) return;
+  noise_.assign(points.size(), {splat(0.0f)});
   const float segments = static_cast<float>(points.size()) - 1.0f;
   const float segment = segments > 0.0f ? (shape_.world ? length_ : 1.0f) / segments : 0.0f;
   float frequency = shape_.frequency, amplitude = 1.0f, total = 0.0f;
@@ -122,7 +142,7 @@ void NoiseKernel::displace(std::uint64_t id, std::span<const Vec3f> points,
   }
   const float scale = total > 0.0f ? 1.0f / total : 0.0f;
   for (std::size_t i = 0; i < points.size(); ++i) {
-    out[i] = points[i] + noise_[i] * (strength[i] * scale);
+    out[i] = points[i] + firstThree(noise_[i].lanes * splat(strength[i] * scale));
   }
 }
 
@@ -136,13 +156,28 @@ void NoiseKernel::addAlongStrand(std::uint64_t id, int octave, float frequency, 
       const std::int64_t cell = cellOf(x);
       const Vec3f a = randomOffset(hashCombine(kinks, static_cast<std::uint64_t>(cell)));
       const Vec3f b = randomOffset(hashCombine(kinks, static_cast<std::uint64_t>(cell + 1)));
-      noise_[i] += lerp(a, b, x - static_cast<float>(cell)) * amount;
+      add(i, lerp(a, b, x - static_cast<float>(cell)) * amount);
     }
     return;
   }
-  LineNoise line(start.y, start.z, noiseOctaveSeed(shape_.seed, octave));
+  // A wave that did not fade is longer than a segment: there are no more cells than points, and
+  // whole numbers of 32 bits tell them apart.
+  cells_.resize(shares_.size());
+  findInCells(start.x, frequency, shares_, cells_);
+  const auto [lowest, highest] = std::minmax_element(cells_.cell.begin(), cells_.cell.end());
+  const std::int32_t first = *lowest;
+  planes_.resize(static_cast<std::size_t>(*highest - first) + 2);
+  const LineNoise line(start.y, start.z, noiseOctaveSeed(shape_.seed, octave));
+  for (std::size_t k = 0; k < planes_.size(); ++k) {
+    planes_[k] = line.plane(first + static_cast<std::int64_t>(k));
+  }
   for (std::size_t i = 0; i < shares_.size(); ++i) {
-    noise_[i] += line.at(start.x + shares_[i] * frequency) * amount;
+    const NoisePlane* behind = &planes_[static_cast<std::size_t>(cells_.cell[i] - first)];
+    const float offset = cells_.offset[i], ahead = cells_.share[i];
+    noise_[i].lanes = noise_[i].lanes +
+                      ((behind[0].level + behind[0].slope * splat(offset)) * splat(1.0f - ahead) +
+                       (behind[1].level + behind[1].slope * splat(offset - 1.0f)) * splat(ahead)) *
+                          splat(amount);
   }
 }
 
@@ -152,7 +187,7 @@ void NoiseKernel::addInWorld(std::span<const Vec3f> points, int octave, float fr
   for (std::size_t i = 0; i < points.size(); ++i) {
     const Vec3f p = points[i] * frequency;
     if (!shape_.kinky) {
-      noise_[i] += vectorNoise(p, seed) * amount;
+      add(i, vectorNoise(p, seed) * amount);
       continue;
     }
     const std::int64_t cell[3] = {cellOf(p.x), cellOf(p.y), cellOf(p.z)};
@@ -166,8 +201,8 @@ void NoiseKernel::addInWorld(std::span<const Vec3f> points, int octave, float fr
     const auto edge = [&](std::int64_t y, std::int64_t z) {
       return lerp(corner(0, y, z), corner(1, y, z), f.x);
     };
-    noise_[i] +=
-        lerp(lerp(edge(0, 0), edge(1, 0), f.y), lerp(edge(0, 1), edge(1, 1), f.y), f.z) * amount;
+    add(i,
+        lerp(lerp(edge(0, 0), edge(1, 0), f.y), lerp(edge(0, 1), edge(1, 1), f.y), f.z) * amount);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "core/base/lanes.h"
 #include "core/base/vec.h"
 
 namespace kestrane {
@@ -24,6 +25,21 @@ struct NoiseShape {
 /// there on its noise runs along X.
 std::uint64_t noiseOctaveSeed(std::uint64_t seed, int octave);
 Vec3f strandNoiseStart(std::uint64_t id, std::uint64_t seed);
+
+/// Three fields of noise, a lane each, where a line crosses a plane of the lattice: their value
+/// there and how it changes along the line.
+struct NoisePlane {
+  Float4 level, slope;
+};
+
+/// Points along X in the lattice: their cells, and their offset and share of the fade within them.
+struct NoiseCells {
+  std::vector<std::int32_t> cell;
+  std::vector<float> offset;
+  std::vector<float> share;
+
+  void resize(std::size_t points);
+};
 
 /// Displaces strand after strand. Holds buffers, so each thread has its own.
 class NoiseKernel {
@@ -43,7 +59,15 @@ class NoiseKernel {
 
   NoiseShape shape_;
   std::vector<float> shares_;
-  std::vector<Vec3f> noise_;
+  struct Displacement {
+    Float4 lanes;  // the fourth unused
+  };
+  void add(std::size_t point, Vec3f noise) {
+    noise_[point].lanes = noise_[point].lanes + Float4{noise.x, noise.y, noise.z, 0.0f};
+  }
+  std::vector<Displacement> noise_;
+  NoiseCells cells_;
+  std::vector<NoisePlane> planes_;
   float length_ = 0.0f;
 };
 

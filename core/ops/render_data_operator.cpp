@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
-#include <vector>
 
 #include "core/base/hash.h"
-#include "core/data/polyline.h"
+
 #include "core/graph/operator_registry.h"
 #include "core/graph/strand_operator.h"
+#include "core/ops/strand_profile.h"
 
 namespace kestrane {
 
@@ -87,7 +87,7 @@ class RenderDataOp final : public StrandOperator {
     const std::span<float> roughnesses = edit.strandChannel("roughness", 0.5f);
     edit.run(256, [&](const StrandRange& strands) {
       FieldReader opacity(opacityField), specular(specularField), roughness(roughnessField);
-      std::vector<float> shares;
+      StrandProfile opacityAlong(opacityProfile);
       for (const std::size_t strand : strands) {
         const std::uint64_t id = in.ids()[strand];
         const auto varied = [&](float value, float randomness, std::uint64_t salt) {
@@ -98,12 +98,11 @@ class RenderDataOp final : public StrandOperator {
         roughnesses[strand] = varied(roughness.strand(strand), roughnessRandom, roughnessSalt);
         const float kept = 1.0f - opacityRandom * unitFloat(hashCombine(id, seed ^ opacitySalt));
         const std::span<const Vec3f> points = in.strandPoints(strand);
-        shares.resize(points.size());
-        arcShares(points, shares);
+        const std::span<const float> values = opacityAlong.along(points);
         const float* base = opacity.points(strand, points.size());
         float* out = opacities.data() + in.offsets()[strand];
         for (std::size_t i = 0; i < points.size(); ++i) {
-          out[i] = std::clamp(base[i] * opacityProfile.evaluate(shares[i]) * kept, 0.0f, 1.0f);
+          out[i] = std::clamp(base[i] * values[i] * kept, 0.0f, 1.0f);
         }
       }
     });

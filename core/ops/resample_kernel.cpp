@@ -5,6 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <numeric>
+
+#include "core/base/lanes.h"
+#include "core/data/polyline.h"
 
 namespace kestrane {
 
@@ -14,14 +19,102 @@ float angleBetween(Vec3f a, Vec3f b) {
   return std::atan2(length(cross(a, b)), dot(a, b));
 }
 
+#if defined(__GNUC__)
+constexpr std::size_t blockOfPlaces = 24;
+// Beyond this many points, walking along is faster.
+constexpr std::size_t fewPoints = 40;
+
+/// The segment of each place: how many inner points have a measure below the one wanted there.
+/// Measures and places rise, so that comparing all with all finds what walking along would; for few
+/// points it is faster, as nothing waits for anything else.
+/// Both arrays go on to a whole number of blocks of places.
+KESTRANE_WIDE void countPointsBelow(std::span<const float> measure, std::span<const float> wanted,
+                                    std::uint32_t* segments) {
+  using Float8 = float __attribute__((vector_size(32)));
+  using Mask8 = std::int32_t __attribute__((vector_size(32)));
+  static_assert(blockOfPlaces == 3 * 8);  // as many as stay in registers
+  for (std::size_t k = 0; k < wanted.size(); k += blockOfPlaces) {
+    Float8 places[3];
+    std::memcpy(places, &wanted[k], sizeof(places));
+    Mask8 below[3] = {};
+    for (std::size_t i = 1; i + 1 < measure.size(); ++i) {
+      const float m = measure[i];
+      const Float8 here = {m, m, m, m, m, m, m, m};
+      // Where a comparison holds, its lane is -1.
+      below[0] -= here < places[0];
+      below[1] -= here < places[1];
+      below[2] -= here < places[2];
+    }
+    std::memcpy(segments + k, below, sizeof(below));
+  }
+}
+#endif
+
+/// The same, walking along.
+void walkToSegments(std::span<const float> measure, std::span<const float> wanted,
+                    std::uint32_t* segments) {
+  std::uint32_t segment = 0;
+  for (std::size_t k = 0; k < wanted.size(); ++k) {
+    while (segment + 2 < measure.size() && measure[segment + 1] < wanted[k]) ++segment;
+    segments[k] = segment;
+  }
+}
+
+/// How much of its segment lies before each place.
+KESTRANE_WIDE void findShares(const float* measure, std::span<const float> wanted,
+                              const std::uint32_t* segments, float* shares) {
+  for (std::size_t k = 0; k < wanted.size(); ++k) {
+    const float before = measure[segments[k]];
+    const float size = measure[segments[k] + 1] - before;
+    const float share = std::clamp((wanted[k] - before) / size, 0.0f, 1.0f);
+    shares[k] = size > 0.0f ? share : 0.0f;
+  }
+}
+
 }  // namespace
+
+void PolylinePlaces::locate() {
+  const std::size_t count = wanted_.size();
+  segments_.resize(count);
+#if defined(__GNUC__)
+  if (measure_.size() <= fewPoints) {
+    const std::size_t whole = (count + blockOfPlaces - 1) / blockOfPlaces * blockOfPlaces;
+    wanted_.resize(whole);
+    segments_.resize(whole);
+    countPointsBelow(measure_, wanted_, segments_.data());
+    wanted_.resize(count);
+    segments_.resize(count);
+  } else {
+    walkToSegments(measure_, wanted_, segments_.data());
+  }
+#else
+  walkToSegments(measure_, wanted_, segments_.data());
+#endif
+  shares_.resize(count);
+  findShares(measure_.data(), wanted_, segments_.data(), shares_.data());
+}
 
 void PolylinePlaces::measure(std::span<const Vec3f> points) {
   measure_.resize(points.size());
-  float total = 0.0f;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    if (i > 0) total += distance(points[i - 1], points[i]);
-    measure_[i] = total;
+  arcLengths(points, measure_);
+}
+
+void PolylinePlaces::apply(std::span<const Vec3f> values, std::span<Vec3f> out) const {
+  const std::size_t count = segments_.size();
+  for (std::size_t k = 0; k < count; ++k) {
+    const Vec3f& before = values[segments_[k]];
+    const float share = shares_[k];
+    if (share <= 0.0f || share >= 1.0f) {
+      out[k] = share >= 1.0f ? values[segments_[k] + 1] : before;
+      continue;
+    }
+    const auto [from, to] = loadPair(before);
+    const Float4 mixed = from + (to - from) * splat(share);
+    if (k + 1 < count) {
+      storeOverNext(out[k], mixed);
+    } else {
+      out[k] = firstThree(mixed);
+    }
   }
 }
 
@@ -32,22 +125,22 @@ void PolylinePlaces::even(std::span<const Vec3f> points, std::size_t count) {
 
 void PolylinePlaces::shortened(std::span<const Vec3f> points, float share) {
   const std::size_t count = points.size();
-  segments_.assign(count, 0);
-  shares_.assign(count, 0.0f);
-  if (count < 2) return;
-  const auto lastSegment = static_cast<std::uint32_t>(count - 2);
-  if (share >= 1.0f) {
-    for (std::size_t k = 0; k + 1 < count; ++k) segments_[k] = static_cast<std::uint32_t>(k);
-    segments_.back() = lastSegment;
-    shares_.back() = 1.0f;
+  if (count < 2 || !(share > 0.0f)) {
+    segments_.assign(count, 0);
+    shares_.assign(count, 0.0f);
     return;
   }
-  if (!(share > 0.0f)) return;
-  measure(points);
-  std::uint32_t segment = 0;
-  for (std::size_t k = 1; k < count; ++k) {
-    place(k, measure_[k] * share, segment, lastSegment);
+  if (share >= 1.0f) {
+    segments_.resize(count);
+    shares_.assign(count, 0.0f);
+    std::iota(segments_.begin(), segments_.end(), 0u);
+    toEnd(count);
+    return;
   }
+  measure(points);
+  wanted_.resize(count);
+  for (std::size_t k = 0; k < count; ++k) wanted_[k] = measure_[k] * share;
+  locate();
 }
 
 void PolylinePlaces::byTurning(std::span<const Vec3f> points, std::size_t count) {
@@ -69,32 +162,28 @@ void PolylinePlaces::byTurning(std::span<const Vec3f> points, std::size_t count)
 }
 
 void PolylinePlaces::spread(std::size_t count) {
-  segments_.assign(count, 0);
-  shares_.assign(count, 0.0f);
   const std::size_t pointCount = measure_.size();
-  if (count == 0 || pointCount < 2) return;
+  if (count == 0 || pointCount < 2) {
+    segments_.assign(count, 0);
+    shares_.assign(count, 0.0f);
+    return;
+  }
   const float total = measure_.back();
   if (!(total > 0.0f) || !std::isfinite(total)) {
     for (std::size_t i = 0; i < pointCount; ++i) measure_[i] = static_cast<float>(i);
   }
   const float end = measure_.back();
-  std::uint32_t segment = 0;
-  const auto lastSegment = static_cast<std::uint32_t>(pointCount - 2);
-  for (std::size_t k = 1; k + 1 < count; ++k) {
-    place(k, static_cast<float>(k) * end / static_cast<float>(count - 1), segment, lastSegment);
+  wanted_.assign(count, 0.0f);
+  for (std::size_t k = 1; k < count; ++k) {
+    wanted_[k] = static_cast<float>(k) * end / static_cast<float>(count - 1);
   }
-  if (count > 1) {
-    segments_.back() = lastSegment;
-    shares_.back() = 1.0f;
-  }
+  locate();
+  if (count > 1) toEnd(pointCount);
 }
 
-void PolylinePlaces::place(std::size_t k, float wanted, std::uint32_t& segment,
-                           std::uint32_t lastSegment) {
-  while (segment < lastSegment && measure_[segment + 1] < wanted) ++segment;
-  const float size = measure_[segment + 1] - measure_[segment];
-  segments_[k] = segment;
-  shares_[k] = size > 0.0f ? std::clamp((wanted - measure_[segment]) / size, 0.0f, 1.0f) : 0.0f;
+void PolylinePlaces::toEnd(std::size_t points) {
+  segments_.back() = static_cast<std::uint32_t>(points - 2);
+  shares_.back() = 1.0f;
 }
 
 float turningAngle(std::span<const Vec3f> points) {

@@ -27,8 +27,7 @@ class PolylinePlaces {
   /// changes with a strand stays within it. A share of 1 or more leaves every point where it is.
   void shortened(std::span<const Vec3f> points, float share);
 
-  template <class T>
-  void apply(std::span<const T> values, std::span<T> out) const {
+  void apply(std::span<const float> values, std::span<float> out) const {
     for (std::size_t k = 0; k < segments_.size(); ++k) {
       const std::uint32_t segment = segments_[k];
       out[k] = shares_[k] <= 0.0f   ? values[segment]
@@ -36,14 +35,18 @@ class PolylinePlaces {
                                     : lerp(values[segment], values[segment + 1], shares_[k]);
     }
   }
+  void apply(std::span<const Vec3f> values, std::span<Vec3f> out) const;
 
  private:
   void measure(std::span<const Vec3f> points);
   void spread(std::size_t count);
-  /// Puts place k at a cumulative measure, walking on from the segment of the place before it.
-  void place(std::size_t k, float wanted, std::uint32_t& segment, std::uint32_t lastSegment);
+  /// Finds the segments and shares of the measures wanted; there are two points or more.
+  void locate();
+  /// Puts the last place on the last of the points.
+  void toEnd(std::size_t points);
 
   std::vector<float> measure_;  // cumulative, one per point of the polyline
+  std::vector<float> wanted_;   // the measure at each place, rising
   std::vector<std::uint32_t> segments_;
   std::vector<float> shares_;
 };

@@ -15,6 +15,7 @@
 #include "core/graph/strand_operator.h"
 #include "core/ops/noise_kernel.h"
 #include "core/ops/resample_kernel.h"
+#include "core/ops/strand_profile.h"
 
 namespace kestrane {
 
@@ -105,9 +106,8 @@ class NoiseOp final : public StrandOperator {
         const std::span<const float> shares = kernel.measure(points);
         const float* amount = amplitudes.points(strand, points.size());
         strength.resize(points.size());
-        for (std::size_t i = 0; i < points.size(); ++i) {
-          strength[i] = amount[i] * profile.evaluate(shares[i]);
-        }
+        profile.evaluate(shares, strength);
+        for (std::size_t i = 0; i < points.size(); ++i) strength[i] *= amount[i];
         kernel.displace(id, points, strength, moved);
       }
     });
@@ -223,7 +223,7 @@ class WidthOp final : public StrandOperator {
 
   void edit(StrandEdit& edit) override {
     const ScalarField width = edit.field("width");
-    const Ramp profile = parameters.ramp("profile");
+    const Ramp ramp = parameters.ramp("profile");
     const float randomness = static_cast<float>(parameters.number("randomness"));
     const std::uint64_t salt = static_cast<std::uint64_t>(parameters.integer("seed")) ^ widthSalt;
 
@@ -231,17 +231,16 @@ class WidthOp final : public StrandOperator {
     const std::span<float> out = edit.widths();
     edit.run(256, [&](const StrandRange& strands) {
       FieldReader widths(width);
-      std::vector<float> shares;
+      StrandProfile profile(ramp);
       for (const std::size_t strand : strands) {
         const std::span<const Vec3f> points = in.strandPoints(strand);
-        shares.resize(points.size());
-        arcShares(points, shares);
+        const std::span<const float> values = profile.along(points);
         const float* base = widths.points(strand, points.size());
         const float draw = unitFloat(hashCombine(in.ids()[strand], salt));
         const float scale = 1.0f + randomness * (2.0f * draw - 1.0f);
         float* result = out.data() + in.offsets()[strand];
         for (std::size_t i = 0; i < points.size(); ++i) {
-          result[i] = base[i] * profile.evaluate(shares[i]) * scale;
+          result[i] = base[i] * values[i] * scale;
         }
       }
     });
