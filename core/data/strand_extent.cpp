@@ -8,7 +8,9 @@
 #include <bit>
 
 #include "core/base/hash.h"
+#include "core/base/lanes.h"
 #include "core/base/parallel.h"
+#include "core/data/polyline.h"
 #include "core/data/strand_set.h"
 
 namespace kestrane {
@@ -22,25 +24,59 @@ std::size_t blockCount(std::size_t strands) {
   return (strands + (1u << blockShift) - 1) >> blockShift;
 }
 
+/// Bounds of points, in the arrangement in which four points fill three rows of lanes.
+class PointBounds {
+ public:
+  void add(std::span<const Vec3f> points) {
+    constexpr std::size_t each = 4;
+    std::size_t k = 0;
+    for (; k + each <= points.size(); k += each) {
+      for (std::size_t row = 0; row < 3; ++row) {
+        addRow(row, load4(&points[k].x + 4 * row));
+      }
+    }
+    for (; k < points.size(); ++k) {
+      const Vec3f p = points[k];
+      addRow(0, Float4{p.x, p.y, p.z, p.x});
+    }
+  }
+  void writeTo(Extent& extent) const {
+    float differences = 0.0f;
+    for (int row = 0; row < 3; ++row) {
+      for (int lane = 0; lane < 4; ++lane) {
+        const int axis = (4 * row + lane) % 3;
+        extent.min[axis] = std::min(extent.min[axis], lowest_[row][lane]);
+        extent.max[axis] = std::max(extent.max[axis], highest_[row][lane]);
+        differences += differences_[row][lane];
+      }
+    }
+    extent.finite = differences == 0.0f;
+  }
+
+ private:
+  void addRow(std::size_t row, Float4 values) {
+    lowest_[row] = lower(values, lowest_[row]);
+    highest_[row] = higher(values, highest_[row]);
+    differences_[row] = differences_[row] + (values - values);
+  }
+
+  Float4 lowest_[3] = {splat(FLT_MAX), splat(FLT_MAX), splat(FLT_MAX)};
+  Float4 highest_[3] = {splat(-FLT_MAX), splat(-FLT_MAX), splat(-FLT_MAX)};
+  // Stay 0 unless a coordinate is infinite or not a number.
+  Float4 differences_[3] = {splat(0.0f), splat(0.0f), splat(0.0f)};
+};
+
 Extent blockExtent(const StrandSet& set, std::size_t block) {
   Extent extent;
-  // Stays 0 unless a coordinate is infinite or not a number.
-  float differences = 0.0f;
+  PointBounds bounds;
   const std::size_t first = block << blockShift;
   const std::size_t last = std::min(set.strandCount(), first + (1u << blockShift));
   for (std::size_t strand = first; strand < last; ++strand) {
-    const std::span<const Vec3f> points = set.strandPoints(strand);
-    float strandLength = 0.0f;
-    for (std::size_t k = 0; k < points.size(); ++k) {
-      const Vec3f p = points[k];
-      extent.min = min(extent.min, p);
-      extent.max = max(extent.max, p);
-      differences += (p.x - p.x) + (p.y - p.y) + (p.z - p.z);
-      if (k > 0) strandLength += distance(points[k - 1], p);
-    }
-    extent.maxLength = std::max(extent.maxLength, strandLength);
+    extent.maxLength = std::max(extent.maxLength, polylineLength(set.strandPoints(strand)));
   }
-  extent.finite = differences == 0.0f;
+  bounds.add(
+      {set.points().data() + set.offsets()[first], set.points().data() + set.offsets()[last]});
+  bounds.writeTo(extent);
   return extent;
 }
 
