@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 
 namespace kestrane::detail {
 
@@ -51,6 +52,15 @@ std::vector<std::uint32_t> outlineCorners(Triangles triangles) {
 }
 
 }  // namespace
+
+CornersOfVertices::CornersOfVertices(std::span<const std::uint32_t> vertices,
+                                     std::size_t vertexCount)
+    : starts(vertexCount + 1, 0), corners(vertices.size()) {
+  for (const std::uint32_t vertex : vertices) ++starts[vertex + 1];
+  std::partial_sum(starts.begin(), starts.end(), starts.begin());
+  std::vector<std::uint32_t> filled(starts.begin(), starts.end() - 1);
+  for (std::uint32_t c = 0; c < vertices.size(); ++c) corners[filled[vertices[c]]++] = c;
+}
 
 MeshFaces facesOf(const ScalpMesh& mesh) {
   MeshFaces result;

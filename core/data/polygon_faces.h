@@ -25,6 +25,17 @@ struct PolygonFaces {
   }
 };
 
+/// Corners sorted by their vertex, in compressed rows.
+struct CornersOfVertices {
+  std::vector<std::uint32_t> starts;
+  std::vector<std::uint32_t> corners;
+
+  CornersOfVertices(std::span<const std::uint32_t> vertices, std::size_t vertexCount);
+  std::span<const std::uint32_t> of(std::size_t vertex) const {
+    return std::span(corners).subspan(starts[vertex], starts[vertex + 1] - starts[vertex]);
+  }
+};
+
 /// The faces that a mesh was made of, each corner with the triangle corner (3 * triangle + k) that
 /// it is, which finds its UV and colours.
 struct MeshFaces {

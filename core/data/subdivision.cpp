@@ -8,6 +8,8 @@
 
 #include "core/base/array.h"
 #include "core/base/hash.h"
+#include "core/data/subdivision_refine.h"
+#include "core/data/subdivision_rules.h"
 #include "core/data/subdivision_step.h"
 
 namespace kestrane {
@@ -18,10 +20,18 @@ struct SubdivisionPlan::Data {
   std::uint64_t cageHash = 0;
   bool fromMesh = false;  // whether cageHash is a mesh's topology hash or one of faces alone
   detail::PolygonFaces cageFaces;
-  std::vector<SubdivisionStep> steps;
+  std::vector<detail::SubdivisionRules> rules;
   std::vector<ScalpMesh::Triangle> triangles;
   std::vector<std::int32_t> polygons;
   std::vector<Vec2f> uvs;
+
+  mutable std::once_flag stepsOnce;
+  mutable std::vector<SubdivisionStep> steps;
+
+  // Room for the points between, kept for the next frame. A frame takes it away and brings it back,
+  // so that one beside it, or one that its loops take up while they wait, makes room of its own.
+  mutable std::mutex scratchMutex;
+  mutable Array<Float4> scratch;
 
   // The plan's own cage refined, with the colours of the last mesh seen: what its poses share. It
   // is not made of the last mesh's points, since the tree of all poses grows from it.
@@ -35,8 +45,9 @@ struct SubdivisionPlan::Data {
   template <class Value>
   std::vector<Value> refineCorners(const std::vector<Value>& triangleCorners,
                                    std::span<const std::uint32_t> cornersOfFaces) const;
-  template <class Value>
-  std::vector<Value> refineVertices(std::span<const Value> values) const;
+  std::size_t finePointCount() const { return rules.back().fineCount; }
+  void refine(std::span<const float> values, int width, std::span<float> fine) const;
+  std::vector<Vec3f> refinePoints(std::span<const Vec3f> points) const;
   ScalpMeshPtr fineMesh(const ScalpMesh& mesh) const;
   ScalpMeshPtr fineMeshFor(const ScalpMesh& mesh) const;
   bool fits(const ScalpMesh& mesh) const;
@@ -89,7 +100,7 @@ SubdivisionPlan::Data::Data(std::span<const Vec3f> points, detail::PolygonFaces 
       cageFaces(std::move(faces)),
       cagePoints(points.begin(), points.end()) {
   detail::RefinedLevels refined = detail::refineLevels(cageFaces, cagePointCount, levels);
-  steps = std::move(refined.steps);
+  rules = std::move(refined.levels);
   const std::vector<std::uint32_t> corners = cutQuads<std::uint32_t>(refined.faces.corners);
   triangles.resize(corners.size() / 3);
   for (std::size_t i = 0; i < corners.size(); ++i) {
@@ -113,26 +124,22 @@ std::vector<Value> SubdivisionPlan::Data::refineCorners(
       std::span(reinterpret_cast<const Value*>(refined.data()), refined.size() / kWidth));
 }
 
-template <class Value>
-std::vector<Value> SubdivisionPlan::Data::refineVertices(std::span<const Value> values) const {
-  constexpr int kWidth = sizeof(Value) / sizeof(float);
-  Array<Value> between;
-  std::vector<Value> result;
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    const std::size_t rows = steps[i].offsets.size() - 1;
-    if (i + 1 == steps.size()) {
-      result.resize(rows);
-      detail::applyStep(steps[i], floatsOf(values), kWidth,
-                        {reinterpret_cast<float*>(result.data()), rows * kWidth});
-    } else {
-      Array<Value> finer(rows);
-      detail::applyStep(steps[i], floatsOf(values), kWidth,
-                        {reinterpret_cast<float*>(finer.data()), rows * kWidth});
-      between = std::move(finer);
-      values = between;
-    }
+void SubdivisionPlan::Data::refine(std::span<const float> values, int width,
+                                   std::span<float> fine) const {
+  Array<Float4> mine;
+  {
+    const std::lock_guard lock(scratchMutex);
+    mine = std::move(scratch);
   }
-  return result;
+  detail::refineValues(rules, values, width, fine, mine);
+  const std::lock_guard lock(scratchMutex);
+  scratch = std::move(mine);
+}
+
+std::vector<Vec3f> SubdivisionPlan::Data::refinePoints(std::span<const Vec3f> points) const {
+  std::vector<Vec3f> fine(finePointCount());
+  refine(floatsOf(points), 3, {reinterpret_cast<float*>(fine.data()), 3 * fine.size()});
+  return fine;
 }
 
 bool SubdivisionPlan::Data::fits(const ScalpMesh& mesh) const {
@@ -143,8 +150,7 @@ bool SubdivisionPlan::Data::fits(const ScalpMesh& mesh) const {
 
 /// The plan's cage refined, with the UVs and colours of this mesh.
 ScalpMeshPtr SubdivisionPlan::Data::fineMesh(const ScalpMesh& mesh) const {
-  auto made =
-      std::make_shared<ScalpMesh>(refineVertices(std::span<const Vec3f>(cagePoints)), triangles);
+  auto made = std::make_shared<ScalpMesh>(refinePoints(cagePoints), triangles);
   made->setPolygons(polygons);
   if (fromMesh) made->setUvs(uvs);
   if (mesh.colorSets().empty() && (fromMesh || !mesh.hasUvs())) return made;
@@ -188,6 +194,13 @@ bool SubdivisionPlan::fits(const ScalpMesh& mesh) const {
 }
 
 const std::vector<SubdivisionStep>& SubdivisionPlan::steps() const {
+  std::call_once(data_->stepsOnce, [&] {
+    std::vector<SubdivisionStep> steps;
+    for (const detail::SubdivisionRules& rules : data_->rules) {
+      steps.push_back(detail::weightsOf(rules));
+    }
+    data_->steps = std::move(steps);
+  });
   return data_->steps;
 }
 
@@ -207,7 +220,7 @@ std::vector<Vec3f> SubdivisionPlan::refinePoints(std::span<const Vec3f> points) 
   if (points.size() != data_->cagePointCount) {
     throw std::invalid_argument("SubdivisionPlan: the points are not the cage's");
   }
-  return data_->refineVertices(points);
+  return data_->refinePoints(points);
 }
 
 std::vector<float> SubdivisionPlan::refineValues(std::span<const float> values, int width) const {
@@ -215,14 +228,9 @@ std::vector<float> SubdivisionPlan::refineValues(std::span<const float> values, 
       values.size() % static_cast<std::size_t>(width) != 0) {
     throw std::invalid_argument("SubdivisionPlan: the values are not the cage's vertices'");
   }
-  std::vector<float> current;
-  for (const SubdivisionStep& step : data_->steps) {
-    std::vector<float> finer((step.offsets.size() - 1) * static_cast<std::size_t>(width));
-    detail::applyStep(step, values, width, finer);
-    current = std::move(finer);
-    values = current;
-  }
-  return current;
+  std::vector<float> fine(data_->finePointCount() * static_cast<std::size_t>(width));
+  data_->refine(values, width, fine);
+  return fine;
 }
 
 ScalpMeshPtr SubdivisionPlan::refineMesh(const ScalpMesh& mesh) const {

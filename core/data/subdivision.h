@@ -13,7 +13,8 @@
 namespace kestrane {
 
 /// One level of refinement as sparse rows: every fine point is a weighted sum of coarse points.
-/// Rows stand in the order vertex points (numbered as the coarse points), edge points, face points.
+/// The plan itself works with face points in between, which takes fewer reads. Rows stand in the
+/// order vertex points (numbered as the coarse points), edge points, face points.
 struct SubdivisionStep {
   std::vector<std::uint32_t> offsets;  // one per fine point, plus one
   std::vector<std::uint32_t> indices;
@@ -21,7 +22,8 @@ struct SubdivisionStep {
 };
 
 /// The topology work of Catmull-Clark subdivision (Catmull and Clark 1978), made once per cage;
-/// each frame then costs one pass of multiply-adds per level. Borders become cubic B-splines, also
+/// each frame then costs one pass of sums per level, and after the first one allocates nothing but
+/// its result: the plan keeps the room for the points between. Borders become cubic B-splines, also
 /// at corners; vertices where the surface is no single sheet stay where they are. Immutable; may be
 /// read by any thread.
 class SubdivisionPlan {
@@ -32,12 +34,15 @@ class SubdivisionPlan {
   /// Whether refineMesh takes this mesh: as many points as the cage, and its topology. Costs little
   /// for a plan made of a mesh.
   bool fits(const ScalpMesh& mesh) const;
+  /// One per level, made when first asked for.
   const std::vector<SubdivisionStep>& steps() const;
   const std::vector<ScalpMesh::Triangle>& triangles() const;  // of the finest level
   const std::vector<std::int32_t>& polygons() const;          // two triangles per fine quad
   const std::vector<Vec2f>& uvs() const;                      // per fine corner, or empty
 
-  /// The fine points of a pose of the cage. Throws std::invalid_argument for another count.
+  /// The fine points of a pose of the cage. The neighbours of a point are added up before they are
+  /// divided; where that sum is beyond a float's range, the fine point is infinite. Throws
+  /// std::invalid_argument for another count.
   std::vector<Vec3f> refinePoints(std::span<const Vec3f> points) const;
   /// The same for `width` floats per cage vertex.
   std::vector<float> refineValues(std::span<const float> values, int width) const;

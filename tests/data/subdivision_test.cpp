@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <numbers>
 
 #include "core/base/parallel.h"
 #include "tests/support/test_meshes.h"
@@ -29,6 +32,37 @@ const std::vector<Vec3f> kCube{{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1
                                {-1, -1, 1},  {1, -1, 1},  {1, 1, 1},  {-1, 1, 1}};
 const Faces kCubeFaces{{3, 2, 1, 0}, {4, 5, 6, 7}, {0, 1, 5, 4},
                        {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}};
+
+/// A bumpy sheet of quads, pairs of triangles, holes and six-sided faces, so that points of all
+/// kinds stand side by side.
+struct Patchwork {
+  std::vector<Vec3f> points;
+  Faces faces;
+
+  explicit Patchwork(std::int32_t size) {
+    for (std::int32_t i = 0; i <= size; ++i) {
+      for (std::int32_t k = 0; k <= size; ++k) {
+        points.push_back({static_cast<float>(i) / static_cast<float>(size), unitFloat(mix64(i * k)),
+                          static_cast<float>(k) / static_cast<float>(size)});
+      }
+    }
+    for (std::int32_t i = 0; i < size; ++i) {
+      for (std::int32_t k = 0; k < size; ++k) {
+        const std::int32_t a = i * (size + 1) + k, b = a + 1, c = a + size + 2, d = a + size + 1;
+        const std::uint64_t kind = mix64(static_cast<std::uint64_t>(i * size + k)) % 8;
+        if (kind == 0 && k + 1 < size) {
+          faces.push_back({a, b, b + 1, c + 1, c, d});
+          ++k;
+        } else if (kind < 3) {
+          faces.push_back({a, b, c});
+          faces.push_back({a, c, d});
+        } else if (kind > 3) {
+          faces.push_back({a, b, c, d});
+        }
+      }
+    }
+  }
+};
 
 TEST(Subdivision, AQuadFollowsTheBorderRule) {
   const ScalpMesh quad = makeQuad();
@@ -61,6 +95,45 @@ TEST(Subdivision, ACubeFollowsTheInnerRule) {
     const auto& t = mesh.triangles()[i];
     const Vec3f normal = cross(fine[t[1]] - fine[t[0]], fine[t[2]] - fine[t[0]]);
     EXPECT_GT(dot(normal, fine[t[0]]), 0.0f);
+  }
+}
+
+TEST(Subdivision, AVertexOfAnyValenceFollowsTheInnerRule) {
+  // A tip at height 1 over a regular polygon: F is 1/3 up, R is 1/2, and the sides cancel out.
+  for (std::int32_t n = 3; n <= 20; ++n) {
+    std::vector<Vec3f> points{{0, 1, 0}};
+    Faces faces;
+    for (std::int32_t i = 0; i < n; ++i) {
+      const double turn = 2.0 * std::numbers::pi * i / n;
+      points.push_back({static_cast<float>(std::cos(turn)), 0, static_cast<float>(std::sin(turn))});
+      faces.push_back({0, 1 + i, 1 + (i + 1) % n});
+    }
+    const float count = static_cast<float>(n);
+    expectPoint(makeSubdivisionPlan(points, faces, 1)->refinePoints(points)[0],
+                {0, (1.0f / 3.0f + 1.0f + (count - 3.0f)) / count, 0});
+  }
+}
+
+TEST(Subdivision, PointsAreTheWeightsOfTheSteps) {
+  const Patchwork cage(9);
+  const auto plan = makeSubdivisionPlan(cage.points, cage.faces, 3);
+  std::vector<std::array<double, 3>> expected;
+  for (const Vec3f p : cage.points) expected.push_back({p.x, p.y, p.z});
+  for (const SubdivisionStep& step : plan->steps()) {
+    std::vector<std::array<double, 3>> finer(step.offsets.size() - 1);
+    for (std::size_t row = 0; row < finer.size(); ++row) {
+      for (std::uint32_t k = step.offsets[row]; k < step.offsets[row + 1]; ++k) {
+        for (int i = 0; i < 3; ++i) finer[row][i] += step.weights[k] * expected[step.indices[k]][i];
+      }
+    }
+    expected = std::move(finer);
+  }
+  const std::vector<Vec3f> fine = plan->refinePoints(cage.points);
+  ASSERT_EQ(fine.size(), expected.size());
+  for (std::size_t i = 0; i < fine.size(); ++i) {
+    EXPECT_NEAR(fine[i].x, expected[i][0], 5e-7) << i;
+    EXPECT_NEAR(fine[i].y, expected[i][1], 5e-7) << i;
+    EXPECT_NEAR(fine[i].z, expected[i][2], 5e-7) << i;
   }
 }
 
@@ -255,11 +328,17 @@ TEST(Subdivision, ValuesOfAnyWidthRefineAlike) {
   const std::vector<float> triples = plan->refineValues(flat, 3);
   ASSERT_EQ(triples.size(), 3 * points.size());
   EXPECT_EQ(std::memcmp(triples.data(), points.data(), triples.size() * sizeof(float)), 0);
-  for (const int width : {1, 2, 4, 7}) {
+  for (const std::size_t width : {1u, 2u, 4u, 5u, 6u, 7u}) {
     std::vector<float> wide;
-    for (const Vec3f p : sphere.points()) wide.insert(wide.end(), width, p.y);
-    const std::vector<float> fine = plan->refineValues(wide, width);
-    for (std::size_t i = 0; i < fine.size(); ++i) ASSERT_EQ(fine[i], points[i / width].y);
+    for (const Vec3f p : sphere.points()) {
+      for (std::size_t k = 0; k < width; ++k)
+        wide.push_back(k % 3 == 0 ? p.x : k % 3 == 1 ? p.y : p.z);
+    }
+    const std::vector<float> fine = plan->refineValues(wide, static_cast<int>(width));
+    ASSERT_EQ(fine.size(), width * points.size());
+    for (std::size_t i = 0; i < fine.size(); ++i) {
+      ASSERT_EQ(fine[i], triples[i / width * 3 + i % width % 3]) << width << ": " << i;
+    }
   }
 }
 
@@ -290,12 +369,34 @@ TEST(Subdivision, PosesShareTheTopology) {
 }
 
 TEST(Subdivision, RefinesTheSameOnAllThreads) {
-  const ScalpMesh sphere = makeSphere(40, 40);
-  const auto plan = makeSubdivisionPlan(sphere, 3);
-  setThreadCount(1);
-  const std::vector<Vec3f> single = plan->refinePoints(sphere.points());
-  setThreadCount(0);
-  EXPECT_EQ(plan->refinePoints(sphere.points()), single);
+  const Patchwork cage(40);
+  for (int levels = 1; levels <= 3; ++levels) {
+    const auto plan = makeSubdivisionPlan(cage.points, cage.faces, levels);
+    std::vector<Vec3f> single;
+    runWithThreads(1, [&] { single = plan->refinePoints(cage.points); });
+    for (int frame = 0; frame < 5; ++frame) EXPECT_EQ(plan->refinePoints(cage.points), single);
+  }
+}
+
+TEST(Subdivision, FramesOnSeveralThreadsKeepApart) {
+  const Patchwork cage(24);
+  constexpr std::size_t kPoses = 16;
+  std::vector<std::vector<Vec3f>> poses(kPoses, cage.points), expected, found(kPoses);
+  const auto reference = makeSubdivisionPlan(cage.points, cage.faces, 2);
+  for (std::size_t i = 0; i < kPoses; ++i) {
+    for (Vec3f& p : poses[i]) p = static_cast<float>(i + 1) * p;
+    expected.push_back(reference->refinePoints(poses[i]));
+  }
+  const auto plan = makeSubdivisionPlan(cage.points, cage.faces, 2);
+  std::vector<const SubdivisionStep*> steps(kPoses);
+  parallelRange(0, kPoses, 1, [&](std::size_t begin, std::size_t end) {
+    for (std::size_t i = begin; i < end; ++i) {
+      found[i] = plan->refinePoints(poses[i]);
+      steps[i] = plan->steps().data();
+    }
+  });
+  EXPECT_EQ(found, expected);
+  EXPECT_EQ(steps, std::vector<const SubdivisionStep*>(kPoses, plan->steps().data()));
 }
 
 TEST(Subdivision, RefusesWhatDoesNotFit) {
