@@ -3,10 +3,11 @@
 
 #pragma once
 
-#include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "core/base/vec.h"
 
@@ -56,17 +57,19 @@ inline namespace plainLanes {
 
 struct Float4 {
   float lane[4];
-  float operator[](int k) const { return lane[k]; }
+  float operator[](std::size_t k) const { return lane[k]; }
+  float& operator[](std::size_t k) { return lane[k]; }
 };
 struct Mask4 {
   std::int32_t lane[4];  // -1 where set, else 0
-  std::int32_t operator[](int k) const { return lane[k]; }
+  std::int32_t operator[](std::size_t k) const { return lane[k]; }
+  std::int32_t& operator[](std::size_t k) { return lane[k]; }
 };
 
 template <class Result, class Operation>
 Result perLane(const Operation& operation) {
   Result result;
-  for (int k = 0; k < 4; ++k) result.lane[k] = operation(k);
+  for (std::size_t k = 0; k < 4; ++k) result.lane[k] = operation(k);
   return result;
 }
 
@@ -74,44 +77,56 @@ inline Float4 splat(float x) {
   return {{x, x, x, x}};
 }
 inline Float4 operator+(Float4 a, Float4 b) {
-  return perLane<Float4>([&](int k) { return a[k] + b[k]; });
+  return perLane<Float4>([&](std::size_t k) { return a[k] + b[k]; });
 }
 inline Float4 operator-(Float4 a, Float4 b) {
-  return perLane<Float4>([&](int k) { return a[k] - b[k]; });
+  return perLane<Float4>([&](std::size_t k) { return a[k] - b[k]; });
 }
 inline Float4 operator*(Float4 a, Float4 b) {
-  return perLane<Float4>([&](int k) { return a[k] * b[k]; });
+  return perLane<Float4>([&](std::size_t k) { return a[k] * b[k]; });
 }
 inline Float4 operator/(Float4 a, Float4 b) {
-  return perLane<Float4>([&](int k) { return a[k] / b[k]; });
+  return perLane<Float4>([&](std::size_t k) { return a[k] / b[k]; });
 }
 inline Mask4 operator<(Float4 a, Float4 b) {
-  return perLane<Mask4>([&](int k) { return a[k] < b[k] ? -1 : 0; });
+  return perLane<Mask4>([&](std::size_t k) { return a[k] < b[k] ? -1 : 0; });
 }
 inline Mask4 operator>(Float4 a, Float4 b) {
   return b < a;
 }
 inline Mask4 operator<=(Float4 a, Float4 b) {
-  return perLane<Mask4>([&](int k) { return a[k] <= b[k] ? -1 : 0; });
+  return perLane<Mask4>([&](std::size_t k) { return a[k] <= b[k] ? -1 : 0; });
 }
 inline Mask4 operator>=(Float4 a, Float4 b) {
   return b <= a;
 }
 inline Mask4 operator&(Mask4 a, Mask4 b) {
-  return perLane<Mask4>([&](int k) { return a[k] & b[k]; });
+  return perLane<Mask4>([&](std::size_t k) { return a[k] & b[k]; });
 }
 inline Mask4 operator|(Mask4 a, Mask4 b) {
-  return perLane<Mask4>([&](int k) { return a[k] | b[k]; });
+  return perLane<Mask4>([&](std::size_t k) { return a[k] | b[k]; });
+}
+inline Mask4 operator~(Mask4 a) {
+  return perLane<Mask4>([&](std::size_t k) { return ~a[k]; });
+}
+inline Mask4 operator==(Mask4 a, Mask4 b) {
+  return perLane<Mask4>([&](std::size_t k) { return a[k] == b[k] ? -1 : 0; });
+}
+inline Mask4 operator+(Mask4 a, Mask4 b) {
+  return perLane<Mask4>([&](std::size_t k) { return a[k] + b[k]; });
+}
+inline Mask4 operator-(Mask4 a, Mask4 b) {
+  return perLane<Mask4>([&](std::size_t k) { return a[k] - b[k]; });
 }
 inline Float4 select(Mask4 mask, Float4 a, Float4 b) {
-  return perLane<Float4>([&](int k) { return mask[k] ? a[k] : b[k]; });
+  return perLane<Float4>([&](std::size_t k) { return mask[k] ? a[k] : b[k]; });
 }
 using Int4 = Mask4;
 inline Int4 truncated(Float4 a) {
-  return perLane<Int4>([&](int k) { return static_cast<std::int32_t>(a[k]); });
+  return perLane<Int4>([&](std::size_t k) { return static_cast<std::int32_t>(a[k]); });
 }
 inline Float4 asFloats(Int4 a) {
-  return perLane<Float4>([&](int k) { return static_cast<float>(a[k]); });
+  return perLane<Float4>([&](std::size_t k) { return static_cast<float>(a[k]); });
 }
 
 #endif
@@ -138,20 +153,30 @@ inline void store4(float* values, Float4 lanes) {
 inline Float4 absolute(Float4 a) {
   return select(a < splat(0.0f), splat(0.0f) - a, a);
 }
+inline Float4 squareRoot(Float4 a) {
+#if defined(__SSE__) && !defined(KESTRANE_PLAIN_LANES)
+  return __builtin_ia32_sqrtps(a);
+#else
+  return Float4{std::sqrt(a[0]), std::sqrt(a[1]), std::sqrt(a[2]), std::sqrt(a[3])};
+#endif
+}
+inline Int4 splatInt(std::int32_t x) {
+  return Int4{x, x, x, x};
+}
 /// A bit for each lane that is set.
 inline unsigned setLanes(Mask4 mask) {
 #if defined(__SSE__) && !defined(KESTRANE_PLAIN_LANES)
   return static_cast<unsigned>(__builtin_ia32_movmskps(reinterpret_cast<Float4>(mask)));
 #else
   unsigned bits = 0;
-  for (int k = 0; k < 4; ++k) bits |= mask[k] ? 1u << k : 0u;
+  for (unsigned k = 0; k < 4; ++k) bits |= mask[k] ? 1u << k : 0u;
   return bits;
 #endif
 }
-constexpr unsigned allLanes = 0b1111, firstThreeLanes = 0b0111;
-/// How many lanes are set, from the first on.
-inline int leadingLanes(Mask4 mask) {
-  return std::countr_one(setLanes(mask));
+constexpr unsigned allLanes = 0b1111;
+/// Where a is a number, be it infinite.
+inline Mask4 isNumber(Float4 a) {
+  return (a <= splat(0.0f)) | (a >= splat(0.0f));
 }
 /// a + (b - a) * t.
 inline Float4 lerp(Float4 a, Float4 b, Float4 t) {
@@ -240,6 +265,19 @@ inline Vec3x4 operator*(Float4 s, const Vec3x4& a) {
 }
 inline Float4 dot(const Vec3x4& a, const Vec3x4& b) {
   return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+
+inline Float4 length(const Vec3x4& a) {
+  return squareRoot(dot(a, a));
+}
+inline Vec3x4 select(Mask4 mask, const Vec3x4& a, const Vec3x4& b) {
+  return {select(mask, a.x, b.x), select(mask, a.y, b.y), select(mask, a.z, b.z)};
+}
+/// The unit vectors along a; 0 where a is shorter than 1e-20 or not finite.
+inline Vec3x4 normalize(const Vec3x4& a) {
+  const Float4 size = length(a);
+  const Mask4 usable = (size > splat(1e-20f)) & (size <= splat(std::numeric_limits<float>::max()));
+  return select(usable, {a.x / size, a.y / size, a.z / size}, splat(0.0f, 0.0f, 0.0f));
 }
 
 }  // namespace vectorLanes or plainLanes

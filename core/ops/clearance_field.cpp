@@ -42,15 +42,13 @@ ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
     level.band = bandCells * cell;
     level.tolerance = toleratedShare * cell;
     const float margin = level.band + cell;
-    level.low = Float4{low.x, low.y, low.z, 0.0f} - splat(margin);
-    float end[4] = {};
+    level.low = low - Vec3f{margin, margin, margin};
     std::size_t nodes = 1;
     for (int axis = 0; axis < 3; ++axis) {
-      end[axis] = std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell);
-      level.size[axis] = static_cast<std::int32_t>(end[axis]) + 1;
+      level.end[axis] = std::ceil((high[axis] - low[axis] + 2.0f * margin) / cell);
+      level.size[axis] = static_cast<std::int32_t>(level.end[axis]) + 1;
       nodes *= static_cast<std::size_t>(level.size[axis]);
     }
-    level.end = load4(end);
     level.heights.assign(nodes, unasked);
     cell *= coarser;
   }
@@ -58,64 +56,86 @@ ClearanceField::ClearanceField(ScalpMeshPtr mesh) : mesh_(std::move(mesh)) {
   mesh_->closestPoint({});
 }
 
-bool ClearanceField::find(Vec3f position, Sample& sample) const {
-  std::size_t level = sample.level_;
-  while (!findIn(levels_[level], position, sample)) {
-    if (++level < levelCount) continue;
-    sample.level_ = 0;
-    return false;
+Mask4 ClearanceField::find(const Vec3x4& positions, Mask4 asked, Samples& samples) const {
+  Mask4 found = splatInt(0);
+  for (std::size_t i = 0; i < levelCount; ++i) {
+    const Mask4 here = asked & ~found & (samples.level == splatInt(static_cast<std::int32_t>(i)));
+    if (setLanes(here) == 0) continue;
+    const Mask4 told = findIn(levels_[i], positions, here, samples);
+    found = found | told;
+    // What is not told here may be so in the next grid, beyond the last one nowhere: then the next
+    // point is looked for from the first one on. A mask is -1 where it is set.
+    const Mask4 missed = here & ~told;
+    samples.level = i + 1 < levelCount ? samples.level - missed : samples.level & ~missed;
   }
-  // A finer grid that is sure to know the height knows it better.
-  while (level > 0 && std::abs(sample.height_) < sureShare * levels_[level - 1].band) {
-    if (!findIn(levels_[level - 1], position, sample)) {
-      findIn(levels_[level], position, sample);
-      break;
-    }
-    --level;
+  for (std::size_t i = levelCount - 1; i > 0; --i) {
+    // A finer grid that is sure to know the height knows it better.
+    const Mask4 sure = found & (samples.level == splatInt(static_cast<std::int32_t>(i))) &
+                       (absolute(samples.height) < splat(sureShare * levels_[i - 1].band));
+    if (setLanes(sure) == 0) continue;
+    samples.level = samples.level + findIn(levels_[i - 1], positions, sure, samples);
   }
-  sample.level_ = level;
-  return true;
+  return found;
 }
 
-bool ClearanceField::findIn(const Level& level, Vec3f position, Sample& sample) const {
-  const Float4 at =
-      (Float4{position.x, position.y, position.z, 0.0f} - level.low) * splat(level.perCell);
+Mask4 ClearanceField::findIn(const Level& level, const Vec3x4& positions, Mask4 asked,
+                             Samples& samples) const {
+  const Float4 zero = splat(0.0f), perCell = splat(level.perCell);
+  Float4 x = (positions.x - splat(level.low.x)) * perCell;
+  Float4 y = (positions.y - splat(level.low.y)) * perCell;
+  Float4 z = (positions.z - splat(level.low.z)) * perCell;
   // Written so that a place that is no number lies outside.
-  const Mask4 inside = (at >= splat(0.0f)) & (at < level.end);
-  if (!(inside[0] & inside[1] & inside[2])) return false;
-  const auto x = static_cast<std::int32_t>(at[0]), y = static_cast<std::int32_t>(at[1]),
-             z = static_cast<std::int32_t>(at[2]);
+  const Mask4 inside = asked & (x >= zero) & (x < splat(level.end.x)) & (y >= zero) &
+                       (y < splat(level.end.y)) & (z >= zero) & (z < splat(level.end.z));
+  if (setLanes(inside) == 0) return inside;
+  // Lanes that take no part read what is there.
+  x = select(inside, x, zero);
+  y = select(inside, y, zero);
+  z = select(inside, z, zero);
+  const Int4 cellX = truncated(x), cellY = truncated(y), cellZ = truncated(z);
+  x = x - asFloats(cellX);
+  y = y - asFloats(cellY);
+  z = z - asFloats(cellZ);
   const auto row = static_cast<std::size_t>(level.size[0]);
   const auto slice = row * static_cast<std::size_t>(level.size[1]);
-  const std::size_t node = static_cast<std::size_t>(z) * slice + static_cast<std::size_t>(y) * row +
-                           static_cast<std::size_t>(x);
-  // The cell's four edges along X, Y fastest.
-  const std::size_t edges[4] = {node, node + row, node + slice, node + slice + row};
+  std::size_t nodes[4];
+  for (int k = 0; k < 4; ++k) {
+    nodes[k] = static_cast<std::size_t>(cellZ[k]) * slice +
+               static_cast<std::size_t>(cellY[k]) * row + static_cast<std::size_t>(cellX[k]);
+  }
+  const std::size_t edges[4] = {0, row, slice, slice + row};
   for (;;) {
-    // Relaxed: threads that come to a node at once find the same height, so that either may keep
-    // it.
-    const auto at4 = [&](std::size_t offset) {
-      const auto kept = [&](std::size_t edge) {
-        return std::atomic_ref<float>(level.heights[edge + offset]).load(std::memory_order_relaxed);
+    // Of the cell's four edges along X, Y fastest: how the height grows, and where it is at x.
+    Float4 slopes[4], along[4];
+    Mask4 known = inside;
+    for (int i = 0; i < 4; ++i) {
+      const auto corners = [&](std::size_t offset) {
+        return Float4{kept(level, nodes[0] + offset), kept(level, nodes[1] + offset),
+                      kept(level, nodes[2] + offset), kept(level, nodes[3] + offset)};
       };
-      return Float4{kept(edges[0]), kept(edges[1]), kept(edges[2]), kept(edges[3])};
-    };
-    const Float4 from = at4(0), to = at4(1);
-    sample.slope_ = to - from;
-    sample.along_ = from + sample.slope_ * splat(at[0] - static_cast<float>(x));
-    sample.y_ = at[1] - static_cast<float>(y);
-    sample.z_ = at[2] - static_cast<float>(z);
-    const Float4 a = sample.along_;
-    sample.height_ = lerp(lerp(a[0], a[1], sample.y_), lerp(a[2], a[3], sample.y_), sample.z_);
-    if (std::abs(sample.height_) < level.band) {
-      sample.cell_ = level.cell;
-      sample.tolerance_ = level.tolerance;
-      return true;
+      const Float4 from = corners(edges[i]), to = corners(edges[i] + 1);
+      slopes[i] = to - from;
+      along[i] = from + slopes[i] * x;
+      known = known & isNumber(from) & isNumber(to);
     }
-    bool known = true;
-    for (int k = 0; k < 4; ++k) known = known && from[k] == from[k] && to[k] == to[k];
-    if (known) return false;
-    for (const std::size_t edge : edges) sampleEdge(level, edge);
+    const Float4 height = lerp(lerp(along[0], along[1], y), lerp(along[2], along[3], y), z);
+    const Mask4 told = inside & (absolute(height) < splat(level.band));
+    const unsigned unknown = setLanes(inside & ~told & ~known);
+    if (unknown == 0) {
+      samples.height = select(told, height, samples.height);
+      samples.slope = select(told,
+                             {lerp(lerp(slopes[0], slopes[1], y), lerp(slopes[2], slopes[3], y), z),
+                              lerp(along[1] - along[0], along[3] - along[2], z),
+                              lerp(along[2] - along[0], along[3] - along[1], y)},
+                             samples.slope);
+      samples.cell = select(told, splat(level.cell), samples.cell);
+      samples.tolerance = select(told, splat(level.tolerance), samples.tolerance);
+      return told;
+    }
+    for (unsigned k = 0; k < 4; ++k) {
+      if ((unknown >> k & 1) == 0) continue;
+      for (const std::size_t edge : edges) sampleEdge(level, nodes[k] + edge);
+    }
   }
 }
 
@@ -133,7 +153,7 @@ float ClearanceField::sampled(const Level& level, std::size_t node) const {
   const auto rows = static_cast<std::size_t>(level.size[1]);
   const Vec3f number{static_cast<float>(node % columns), static_cast<float>(node / columns % rows),
                      static_cast<float>(node / columns / rows)};
-  const Vec3f position = Vec3f{level.low[0], level.low[1], level.low[2]} + number * level.cell;
+  const Vec3f position = level.low + number * level.cell;
   return heightAt(position, level.band);
 }
 
@@ -146,13 +166,6 @@ float ClearanceField::heightAt(Vec3f position, float within) const {
   // Beside a border the nearest point says nothing of above or below.
   if (!(std::abs(up) >= 0.5f * hit.distance)) return infinity;
   return std::copysign(hit.distance, up);
-}
-
-/// The slopes of the mix that the height is.
-Vec3f ClearanceField::Sample::up() const {
-  const Float4 s = slope_, a = along_;
-  return normalize({lerp(lerp(s[0], s[1], y_), lerp(s[2], s[3], y_), z_),
-                    lerp(a[1] - a[0], a[3] - a[2], z_), lerp(a[2] - a[0], a[3] - a[1], y_)});
 }
 
 }  // namespace kestrane

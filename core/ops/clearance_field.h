@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cfloat>
 #include <cstddef>
 #include <cstdint>
@@ -20,25 +21,13 @@ namespace kestrane {
 /// many threads.
 class ClearanceField {
  public:
-  /// The grid cell that a point lies in.
-  class Sample {
-   public:
-    float height() const { return height_; }
-    /// The direction in which the height grows, unit.
-    Vec3f up() const;
-    /// The width of the grid's cells here, over which the height is all but linear.
-    float cell() const { return cell_; }
-    /// What mixing between nodes may amount to.
-    float tolerance() const { return tolerance_; }
-
-   private:
-    friend class ClearanceField;
-    Float4 slope_{}, along_{};  // of the cell's four edges along X: the slope, and the height in it
-    float y_ = 0.0f, z_ = 0.0f;
-    float height_ = 0.0f;
-    float cell_ = 0.0f;
-    float tolerance_ = 0.0f;
-    std::size_t level_ = 0;
+  /// What the grids tell of four points, one a lane.
+  struct Samples {
+    Float4 height{};
+    Vec3x4 slope{};  // how the height grows along each axis
+    Float4 cell{};   // the width of the grid's cells here, over which heights are all but linear
+    Float4 tolerance{};  // what mixing between nodes may amount to
+    Int4 level{};        // of the grid in which the lane's curve was found last
   };
 
   /// Keeps the mesh.
@@ -48,11 +37,12 @@ class ClearanceField {
   /// eighth of the mesh's diagonal.
   float freeHeight() const { return freeHeight_; }
 
-  /// False where there is nothing to tell: beside a border, where the nearest surface says nothing
-  /// of above or below; well beyond the free height; and where a coordinate is no number.
-  /// Looks first where `sample` was found last, and may answer from the coarser of two grids there:
-  /// walk along each curve with a sample of its own, which begins at the surface.
-  bool find(Vec3f position, Sample& sample) const;
+  /// Looks up the lanes asked for, and gives those of them of which something is told: all but
+  /// what lies beside a border, where the nearest surface says nothing of above or below, what is
+  /// well beyond the free height, and what has a coordinate that is no number. Looks first in the
+  /// grid where the lane was found last, and may answer from the coarser of two grids there: walk
+  /// along each curve in a lane of its own, with samples that begin at the surface.
+  Mask4 find(const Vec3x4& positions, Mask4 asked, Samples& samples) const;
 
   /// The height itself, by a query of the mesh; infinite where there is nothing to tell, or where
   /// the mesh is farther than `within`.
@@ -60,11 +50,11 @@ class ClearanceField {
 
  private:
   struct Level {
-    Float4 low{};  // the fourth lane of these is not used
+    Vec3f low;
     float cell = 1.0f, perCell = 0.0f;
     float band = 0.0f;  // the largest height that this level tells
     float tolerance = 0.0f;
-    Float4 end{};  // of the cells, counted in them; none where there is no mesh
+    Vec3f end;  // of the cells, counted in them; none where there is no mesh
     std::int32_t size[3] = {0, 0, 0};
     /// Heights at the nodes, X fastest: not a number where nobody has asked, infinite where it is
     /// beyond the band or unknown. A mix with either tells no height.
@@ -72,7 +62,12 @@ class ClearanceField {
   };
   static constexpr std::size_t levelCount = 3;
 
-  bool findIn(const Level& level, Vec3f position, Sample& sample) const;
+  Mask4 findIn(const Level& level, const Vec3x4& positions, Mask4 asked, Samples& samples) const;
+  /// The height at a node as far as it is known. Relaxed: threads that come to a node at once find
+  /// the same height, so that either may keep it.
+  static float kept(const Level& level, std::size_t node) {
+    return std::atomic_ref<float>(level.heights[node]).load(std::memory_order_relaxed);
+  }
   void sampleEdge(const Level& level, std::size_t node) const;
   float sampled(const Level& level, std::size_t node) const;
 

@@ -16,11 +16,6 @@ namespace {
 
 // Pieces of the smooth curve between two points of a guide.
 constexpr int piecesPerSegment = 8;
-// A lifted point comes down again when its segment gets its length back; a few rounds settle it.
-constexpr int liftRounds = 3;
-// The share of its height that a strand may lack: between guides that hang free a blend always lies
-// a little lower, as a chord does, and nobody sees skin come nearer there.
-constexpr float freeShare = 0.02f;
 
 struct Rotation {
   float m[9];
@@ -43,6 +38,21 @@ Rotation rotationBetween(Vec3f from, Vec3f to) {
            cosine + k * v.z * v.z}};
 }
 
+/// Adds offsets, turned, to sums; both are all x, all y, all z.
+KESTRANE_WIDE void addTurned(const Rotation& turn, const float* offsets, std::size_t count,
+                             float* sums) {
+  const float* const m = turn.m;
+  const float *const x = offsets, *const y = x + count, *const z = y + count;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const float mx = m[3 * axis], my = m[3 * axis + 1], mz = m[3 * axis + 2];
+    float* const sum = sums + axis * count;
+#if defined(__GNUC__)
+#pragma GCC ivdep
+#endif
+    for (std::size_t k = 0; k < count; ++k) sum[k] += mx * x[k] + my * y[k] + mz * z[k];
+  }
+}
+
 /// The height that a guide's point asks of strands.
 float heightFor(const ClearanceField& field, Vec3f position) {
   const float height = field.heightAt(position);
@@ -59,8 +69,8 @@ GuideShapes::GuideShapes(const GuideSet& guides, std::span<const Vec3f> normals,
       normals_(normals.begin(), normals.end()),
       lengths_(guides.guides.size()),
       offsets_(guides.guides.size() * 3 * pointCount),
-      heights_(field ? guides.guides.size() * pointCount : 0),
-      field_(field) {
+      field_(field),
+      heights_(field ? guides.guides.size() * pointCount : 0) {
   parallelRange(0, guides.guides.size(), 8, [&](std::size_t first, std::size_t last) {
     std::vector<Vec3f> even(pointCount);
     for (std::size_t g = first; g < last; ++g) {
@@ -85,27 +95,18 @@ void StrandBlender::blend(std::size_t strand, Vec3f root, Vec3f normal, bool pre
                           std::span<Vec3f> out) {
   const std::size_t count = shapes_.count_;
   sums_.assign(3 * count, 0.0f);
-  float* const x = sums_.data();
-  float* const y = x + count;
-  float* const z = y + count;
+  const float* const x = sums_.data();
+  const float* const y = x + count;
+  const float* const z = y + count;
   for (std::size_t e = binding_.begin(strand); e < binding_.end(strand); ++e) {
     const std::size_t g = binding_.guide(e);
-    const float weight = binding_.weight(e);
-    const Rotation turn = rotationBetween(shapes_.normals_[g], normal);
-    float m[9];
-    for (int i = 0; i < 9; ++i) m[i] = turn.m[i] * weight;
-    const float* const gx = shapes_.offsets_.data() + g * 3 * count;
-    const float* const gy = gx + count;
-    const float* const gz = gy + count;
-    for (std::size_t k = 0; k < count; ++k) {
-      x[k] += m[0] * gx[k] + m[1] * gy[k] + m[2] * gz[k];
-      y[k] += m[3] * gx[k] + m[4] * gy[k] + m[5] * gz[k];
-      z[k] += m[6] * gx[k] + m[7] * gy[k] + m[8] * gz[k];
-    }
+    Rotation turn = rotationBetween(shapes_.normals_[g], normal);
+    for (float& m : turn.m) m *= binding_.weight(e);
+    addTurned(turn, shapes_.offsets_.data() + g * 3 * count, count, sums_.data());
   }
   for (std::size_t k = 0; k < count; ++k) out[k] = root + Vec3f{x[k], y[k], z[k]};
   if (preserveLength) scaleToLength(out, targetLength(strand));
-  if (shapes_.field_ != nullptr) lift(strand, out);
+  if (shapes_.field_ != nullptr) lifter_.add(strand, out);
 }
 
 float StrandBlender::targetLength(std::size_t strand) const {
@@ -114,49 +115,6 @@ float StrandBlender::targetLength(std::size_t strand) const {
     sum += binding_.weight(e) * shapes_.lengths_[binding_.guide(e)];
   }
   return sum;
-}
-
-void StrandBlender::lift(std::size_t strand, std::span<Vec3f> points) {
-  const ClearanceField& field = *shapes_.field_;
-  const std::size_t count = points.size();
-  const std::span<const float> wanted = wantedHeights(strand);
-  ClearanceField::Sample sample;
-  bool lifted = false;
-  Vec3f before = points[0];  // the last point as it came
-  for (std::size_t k = 1; k < count; ++k) {
-    const Vec3f aim = points[k];
-    const float segment = distance(before, aim);
-    before = aim;
-    // From the first lift on the strand is walked: each segment keeps its length and heads for
-    // where its end was.
-    if (lifted) points[k] = points[k - 1] + normalize(aim - points[k - 1]) * segment;
-    for (int round = 0; round < liftRounds; ++round) {
-      if (!field.find(points[k], sample)) break;
-      const float sunk = wanted[k] - sample.height();
-      const float free = sample.tolerance() + freeShare * wanted[k];
-      if (!(sunk > free)) break;
-      const Vec3f from = points[k], up = sample.up();
-      points[k] = points[k - 1] + normalize(from + up * sunk - points[k - 1]) * segment;
-      lifted = true;
-      // Coming back to its segment's length costs height. Within a cell, over which heights are all
-      // but linear, what is left needs no other look.
-      const Vec3f way = points[k] - from;
-      const float reach = 0.5f * sample.cell();
-      if (lengthSquared(way) < reach * reach && sunk - dot(way, up) < free) break;
-    }
-  }
-}
-
-std::span<const float> StrandBlender::wantedHeights(std::size_t strand) {
-  const std::size_t count = shapes_.count_;
-  wanted_.assign(count, 0.0f);
-  float* const out = wanted_.data();
-  for (std::size_t e = binding_.begin(strand); e < binding_.end(strand); ++e) {
-    const float weight = binding_.weight(e);
-    const float* const heights = shapes_.heights_.data() + binding_.guide(e) * count;
-    for (std::size_t k = 0; k < count; ++k) out[k] += weight * heights[k];
-  }
-  return wanted_;
 }
 
 void scaleToLength(std::span<Vec3f> points, float target) {

@@ -10,6 +10,7 @@
 #include "core/data/guide_set.h"
 #include "core/ops/clearance_field.h"
 #include "core/ops/guide_binding.h"
+#include "core/ops/strand_lifter.h"
 
 namespace kestrane {
 
@@ -30,33 +31,34 @@ class GuideShapes {
   std::vector<Vec3f> normals_;
   std::vector<float> lengths_;
   std::vector<float> offsets_;  // per guide: all x, all y, all z
-  std::vector<float> heights_;  // per guide and point; empty without a field
   const ClearanceField* field_;
+  std::vector<float> heights_;  // per guide and point; empty without a field
 };
 
 /// Blends one strand after another; holds buffers, so each thread has its own.
 class StrandBlender {
  public:
   StrandBlender(const GuideShapes& shapes, const GuideBinding& binding)
-      : shapes_(shapes), binding_(binding) {}
+      : shapes_(shapes),
+        binding_(binding),
+        lifter_(shapes.field_, shapes.heights_, shapes.count_, binding) {}
 
   /// Writes the strand's points from its root: the guides' offsets, each turned from its own
   /// surface normal to the strand's, mixed by weight; then scaled to the blended length (never by
-  /// more than 2, since guides that all but cancel would throw the strand out), and lifted where it
-  /// sinks nearer to the skin than its guides are.
+  /// more than 2, since guides that all but cancel would throw the strand out). With a field the
+  /// points are done only after finish().
   void blend(std::size_t strand, Vec3f root, Vec3f normal, bool preserveLength,
              std::span<Vec3f> out);
+  /// Lifts what is still to be lifted of the strands so far.
+  void finish() { lifter_.finish(); }
   /// The blended length of the strand's guides.
   float targetLength(std::size_t strand) const;
 
  private:
-  void lift(std::size_t strand, std::span<Vec3f> points);
-  /// The guides' heights at every point, blended like their shapes.
-  std::span<const float> wantedHeights(std::size_t strand);
-
   const GuideShapes& shapes_;
   const GuideBinding& binding_;
-  std::vector<float> sums_, wanted_;
+  StrandLifter lifter_;
+  std::vector<float> sums_;
 };
 
 /// Scales the points about the first so that the polyline has the target length, by a factor of 2

@@ -236,7 +236,7 @@ class InterpolateOp final : public StrandOperator {
 
     edit.run(grain, [&](const StrandRange& strands) {
       std::map<std::size_t, StrandBlender> blenders;
-      std::vector<Vec3f> shaped;
+      std::vector<std::pair<std::size_t, float>> faded;  // strands with their influence
       for (const std::size_t strand : strands) {
         const std::span<const Vec3f> incoming = in.strandPoints(strand);
         const std::span<Vec3f> out = points.subspan(in.offsets()[strand], incoming.size());
@@ -265,10 +265,14 @@ class InterpolateOp final : public StrandOperator {
           std::copy(incoming.begin(), incoming.end(), out.begin());
           scaleToLength(out, blender.targetLength(strand));
         }
-        if (influence < 1.0f) {
-          for (std::size_t k = 0; k < out.size(); ++k) {
-            out[k] = lerp(incoming[k], out[k], influence);
-          }
+        if (influence < 1.0f) faded.push_back({strand, influence});
+      }
+      for (auto& [count, blender] : blenders) blender.finish();
+      for (const auto& [strand, influence] : faded) {
+        const std::span<const Vec3f> incoming = in.strandPoints(strand);
+        Vec3f* const out = points.data() + in.offsets()[strand];
+        for (std::size_t k = 0; k < incoming.size(); ++k) {
+          out[k] = lerp(incoming[k], out[k], influence);
         }
       }
     });
