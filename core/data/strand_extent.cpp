@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The Kestrane authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What is read off a whole set: its bounds, block by block, and its hash.
+// What is read off a whole set: its bounds, piece by piece, and its hash.
 
 #include <algorithm>
 #include <array>
@@ -17,11 +17,15 @@ namespace kestrane {
 
 namespace {
 
-/// Strands are bounded in blocks of 2048, so that a change of a few is a change of a few blocks.
-constexpr unsigned blockShift = 11;
+/// Strands are bounded in blocks of 2048, each by a thread of its own, and within them in pieces of
+/// 8, which are kept: where a few strands in a hundred change, as they do when a guide moves, most
+/// blocks hold one of them, but most pieces none.
+constexpr std::size_t blockStrands = 2048;
+constexpr std::size_t pieceStrands = 8;
+constexpr std::size_t blockPieces = blockStrands / pieceStrands;
 
-std::size_t blockCount(std::size_t strands) {
-  return (strands + (1u << blockShift) - 1) >> blockShift;
+std::size_t pieceCount(std::size_t strands) {
+  return (strands + pieceStrands - 1) / pieceStrands;
 }
 
 /// Bounds of points, in the arrangement in which four points fill three rows of lanes.
@@ -66,18 +70,48 @@ class PointBounds {
   Float4 differences_[3] = {splat(0.0f), splat(0.0f), splat(0.0f)};
 };
 
-Extent blockExtent(const StrandSet& set, std::size_t block) {
-  Extent extent;
-  PointBounds bounds;
-  const std::size_t first = block << blockShift;
-  const std::size_t last = std::min(set.strandCount(), first + (1u << blockShift));
-  for (std::size_t strand = first; strand < last; ++strand) {
-    extent.maxLength = std::max(extent.maxLength, polylineLength(set.strandPoints(strand)));
+/// The length of the longest strand from first to last.
+float longestOf(const StrandSet& set, std::size_t first, std::size_t last) {
+  const std::uint64_t* const offsets = set.offsets().data();
+  // Segments of all strands at once, with those between two strands, which belong to neither.
+  constexpr std::size_t most = 512;
+  float lengths[most];
+  const std::size_t points = offsets[last] - offsets[first];
+  float longest = 0.0f;
+  if (points > most) {
+    for (std::size_t strand = first; strand < last; ++strand) {
+      longest = std::max(longest, polylineLength(set.strandPoints(strand)));
+    }
+    return longest;
   }
-  bounds.add(
-      {set.points().data() + set.offsets()[first], set.points().data() + set.offsets()[last]});
+  segmentLengths({set.points().data() + offsets[first], points}, lengths);
+  for (std::size_t strand = first; strand < last; ++strand) {
+    float sum = 0.0f;
+    for (std::uint64_t k = offsets[strand]; k + 1 < offsets[strand + 1]; ++k) {
+      sum += lengths[k - offsets[first]];
+    }
+    longest = std::max(longest, sum);
+  }
+  return longest;
+}
+
+Extent pieceExtent(const StrandSet& set, std::size_t piece) {
+  const std::size_t first = piece * pieceStrands;
+  const std::size_t last = std::min(set.strandCount(), first + pieceStrands);
+  const Vec3f* const points = set.points().data();
+  PointBounds bounds;
+  bounds.add({points + set.offsets()[first], points + set.offsets()[last]});
+  Extent extent;
   bounds.writeTo(extent);
+  extent.maxLength = longestOf(set, first, last);
   return extent;
+}
+
+void fold(Extent& whole, const Extent& part) {
+  whole.min = min(whole.min, part.min);
+  whole.max = max(whole.max, part.max);
+  whole.maxLength = std::max(whole.maxLength, part.maxLength);
+  whole.finite = whole.finite && part.finite;
 }
 
 /// The seed and then every value, as its bits.
@@ -97,28 +131,32 @@ void StrandSet::dropExtents() {
   if (!extentValid_.load(std::memory_order_acquire)) return;
   const std::lock_guard lock(cacheMutex_);
   extentCache_.reset();
-  extentBlocks_.reset();
+  extentPieces_.reset();
   extentValid_.store(false, std::memory_order_release);
 }
 
-std::shared_ptr<const std::vector<Extent>> StrandSet::knownExtentBlocks() const {
+ExtentPiecesPtr StrandSet::extentPieces() const {
   if (!extentValid_.load(std::memory_order_acquire)) return nullptr;
   const std::lock_guard lock(cacheMutex_);
-  return extentBlocks_;
+  return extentPieces_;
 }
 
-Extent StrandSet::keepExtents(std::vector<Extent> blocks) const {
+Extent StrandSet::keepExtents(std::vector<Extent> pieces) const {
+  const std::size_t blocks = (pieces.size() + blockPieces - 1) / blockPieces;
+  std::vector<Extent> ofBlocks(blocks);
+  parallelRange(0, blocks, 16, [&](std::size_t first, std::size_t last) {
+    for (std::size_t block = first; block < last; ++block) {
+      const std::size_t end = std::min(pieces.size(), (block + 1) * blockPieces);
+      for (std::size_t i = block * blockPieces; i < end; ++i) fold(ofBlocks[block], pieces[i]);
+    }
+  });
   auto whole = std::make_shared<Extent>();
-  for (const Extent& block : blocks) {
-    whole->min = min(whole->min, block.min);
-    whole->max = max(whole->max, block.max);
-    whole->maxLength = std::max(whole->maxLength, block.maxLength);
-    whole->finite = whole->finite && block.finite;
-  }
-  auto kept = std::make_shared<const std::vector<Extent>>(std::move(blocks));
+  for (const Extent& block : ofBlocks) fold(*whole, block);
+  auto kept = std::make_shared<const ExtentPieces>(
+      ExtentPieces{strandCount(), pointCount(), std::move(pieces)});
   const std::lock_guard lock(cacheMutex_);
   extentCache_ = whole;
-  extentBlocks_ = std::move(kept);
+  extentPieces_ = std::move(kept);
   extentValid_.store(true, std::memory_order_release);
   return *whole;
 }
@@ -128,33 +166,34 @@ Extent StrandSet::extent() const {
     const std::lock_guard lock(cacheMutex_);
     return *extentCache_;
   }
-  std::vector<Extent> blocks(blockCount(strandCount()));
-  parallelRange(0, blocks.size(), 1, [&](std::size_t first, std::size_t last) {
-    for (std::size_t block = first; block < last; ++block)
-      blocks[block] = blockExtent(*this, block);
+  std::vector<Extent> pieces(pieceCount(strandCount()));
+  parallelRange(0, pieces.size(), blockPieces, [&](std::size_t first, std::size_t last) {
+    for (std::size_t piece = first; piece < last; ++piece) {
+      pieces[piece] = pieceExtent(*this, piece);
+    }
   });
-  return keepExtents(std::move(blocks));
+  return keepExtents(std::move(pieces));
 }
 
-Extent StrandSet::extentAfter(const StrandSet& previous, const StrandChanges& changes) const {
-  if (extentValid_.load(std::memory_order_acquire)) return extent();
-  const auto known = previous.knownExtentBlocks();
-  const bool reusable = known && !changes.all && previous.strandCount() == strandCount() &&
-                        previous.pointCount() == pointCount() &&
-                        known->size() == blockCount(strandCount());
-  if (!reusable) return extent();
-  std::vector<Extent> blocks = *known;
+Extent StrandSet::extentAfter(const ExtentPiecesPtr& previous, const StrandChanges& changes) const {
+  const bool known = extentValid_.load(std::memory_order_acquire);
+  const bool reusable = previous && !changes.all && previous->strandCount == strandCount() &&
+                        previous->pointCount == pointCount();
+  if (known || !reusable) return extent();
+  std::vector<Extent> pieces = previous->pieces;
   std::vector<std::size_t> touched;
   for (const std::uint32_t strand : changes.strands) {
-    const std::size_t block = strand >> blockShift;
-    if (block < blocks.size() && (touched.empty() || touched.back() != block)) {
-      touched.push_back(block);
+    const std::size_t piece = strand / pieceStrands;
+    if (piece < pieces.size() && (touched.empty() || touched.back() != piece)) {
+      touched.push_back(piece);
     }
   }
-  parallelRange(0, touched.size(), 1, [&](std::size_t first, std::size_t last) {
-    for (std::size_t i = first; i < last; ++i) blocks[touched[i]] = blockExtent(*this, touched[i]);
+  parallelRange(0, touched.size(), blockPieces, [&](std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) {
+      pieces[touched[i]] = pieceExtent(*this, touched[i]);
+    }
   });
-  return keepExtents(std::move(blocks));
+  return keepExtents(std::move(pieces));
 }
 
 std::uint64_t StrandSet::contentHash() const {

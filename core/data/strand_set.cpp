@@ -72,7 +72,7 @@ StrandSet& StrandSet::operator=(StrandSet&& other) noexcept {
   dropExtents();
   if (other.extentValid_.load(std::memory_order_acquire)) {
     extentCache_ = other.extentCache_;
-    extentBlocks_ = other.extentBlocks_;
+    extentPieces_ = other.extentPieces_;
     extentValid_.store(true, std::memory_order_release);
   }
   other.dropExtents();

@@ -32,6 +32,14 @@ struct Extent {
   bool finite = true;      // false if any coordinate is infinite or not a number
 };
 
+/// Bounds of all the strands of a set, piece by piece, which may outlive the set.
+struct ExtentPieces {
+  std::size_t strandCount = 0;
+  std::size_t pointCount = 0;
+  std::vector<Extent> pieces;
+};
+using ExtentPiecesPtr = std::shared_ptr<const ExtentPieces>;
+
 /// The one container of hair: any number of polyline strands in flat arrays, with stable IDs,
 /// attachment to the scalp, widths per point, and named float channels per strand and per point.
 ///
@@ -146,9 +154,15 @@ class StrandSet {
 
   /// Bounds of the whole set; cached. May be called from several threads at once.
   Extent extent() const;
-  /// The same, looking only at the blocks of 2048 strands that hold a changed strand, where the
-  /// previous set has this set's layout; all of them otherwise.
-  Extent extentAfter(const StrandSet& previous, const StrandChanges& changes) const;
+  /// The same, looking only at strands that changed and their next neighbours, where the previous
+  /// set has this set's layout; at all of them otherwise.
+  Extent extentAfter(const StrandSet& previous, const StrandChanges& changes) const {
+    return extentAfter(previous.extentPieces(), changes);
+  }
+  /// The same after a set that is gone or was taken apart; `previous` may be null.
+  Extent extentAfter(const ExtentPiecesPtr& previous, const StrandChanges& changes) const;
+  /// What extent() has found; null where it has not been asked for.
+  ExtentPiecesPtr extentPieces() const;
 
   /// Whether sizes and offsets agree; the first fault is written to `error`.
   bool validate(std::string* error = nullptr) const;
@@ -178,12 +192,11 @@ class StrandSet {
   void extend(std::size_t strands, std::size_t points);
   void truncate(std::size_t strands, std::size_t points);
   void dropExtents();
-  std::shared_ptr<const std::vector<Extent>> knownExtentBlocks() const;
-  Extent keepExtents(std::vector<Extent> blocks) const;
+  Extent keepExtents(std::vector<Extent> pieces) const;
 
   mutable std::mutex cacheMutex_;  // guards the two caches
   mutable std::shared_ptr<const Extent> extentCache_;
-  mutable std::shared_ptr<const std::vector<Extent>> extentBlocks_;
+  mutable ExtentPiecesPtr extentPieces_;
   mutable std::atomic<bool> extentValid_ = false;
   SharedArray<std::uint64_t> ids_;
   SharedArray<StrandRoot> roots_;

@@ -107,7 +107,7 @@ Mask4 ClearanceField::findIn(const Level& level, const Vec3x4& positions, Mask4 
   for (;;) {
     // Of the cell's four edges along X, Y fastest: how the height grows, and where it is at x.
     Float4 slopes[4], along[4];
-    Mask4 known = inside;
+    Mask4 known = inside, beyond = splatInt(0);
     for (int i = 0; i < 4; ++i) {
       const auto corners = [&](std::size_t offset) {
         return Float4{kept(level, nodes[0] + offset), kept(level, nodes[1] + offset),
@@ -117,10 +117,11 @@ Mask4 ClearanceField::findIn(const Level& level, const Vec3x4& positions, Mask4 
       slopes[i] = to - from;
       along[i] = from + slopes[i] * x;
       known = known & isNumber(from) & isNumber(to);
+      beyond = beyond | (from > splat(FLT_MAX)) | (to > splat(FLT_MAX));
     }
     const Float4 height = lerp(lerp(along[0], along[1], y), lerp(along[2], along[3], y), z);
     const Mask4 told = inside & (absolute(height) < splat(level.band));
-    const unsigned unknown = setLanes(inside & ~told & ~known);
+    const unsigned unknown = setLanes(inside & ~told & ~known & ~beyond);
     if (unknown == 0) {
       samples.height = select(told, height, samples.height);
       samples.slope = select(told,
@@ -134,18 +135,24 @@ Mask4 ClearanceField::findIn(const Level& level, const Vec3x4& positions, Mask4 
     }
     for (unsigned k = 0; k < 4; ++k) {
       if ((unknown >> k & 1) == 0) continue;
-      for (const std::size_t edge : edges) sampleEdge(level, nodes[k] + edge);
+      // One node that knows no height settles it for the cell.
+      for (const std::size_t edge : edges) {
+        if (!sampleEdge(level, nodes[k] + edge)) break;
+      }
     }
   }
 }
 
-void ClearanceField::sampleEdge(const Level& level, std::size_t node) const {
+bool ClearanceField::sampleEdge(const Level& level, std::size_t node) const {
   for (const std::size_t end : {node, node + 1}) {
-    const std::atomic_ref<float> kept(level.heights[end]);
-    if (std::isnan(kept.load(std::memory_order_relaxed))) {
-      kept.store(sampled(level, end), std::memory_order_relaxed);
+    float height = kept(level, end);
+    if (std::isnan(height)) {
+      height = sampled(level, end);
+      std::atomic_ref<float>(level.heights[end]).store(height, std::memory_order_relaxed);
     }
+    if (std::isinf(height)) return false;
   }
+  return true;
 }
 
 float ClearanceField::sampled(const Level& level, std::size_t node) const {

@@ -68,7 +68,8 @@ class ClearanceField {
   static float kept(const Level& level, std::size_t node) {
     return std::atomic_ref<float>(level.heights[node]).load(std::memory_order_relaxed);
   }
-  void sampleEdge(const Level& level, std::size_t node) const;
+  /// Asks for the heights of a node and the next one along X; false once one tells none.
+  bool sampleEdge(const Level& level, std::size_t node) const;
   float sampled(const Level& level, std::size_t node) const;
 
   ScalpMeshPtr mesh_;

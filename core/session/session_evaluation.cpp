@@ -116,10 +116,10 @@ void follow(Graph& graph, const EvaluationInputs& inputs, EvaluatedStrands& grow
 /// The bounds, looking again only at what changed where the last result can be built on.
 Extent extentOf(const StrandSet& strands, const NodeCache& cache, const EvaluationInputs& inputs) {
   const EvaluatedStrands& last = inputs.previous;
-  const bool leadsOn = last.strands && last.revision != 0 && !inputs.preview &&
+  const bool leadsOn = last.revision != 0 && !inputs.preview &&
                        cache.previousRevision == last.revision && !cache.changes.empty();
   if (leadsOn && cache.changes.front()) {
-    return strands.extentAfter(*last.strands, *cache.changes.front());
+    return strands.extentAfter(last.extentPieces, *cache.changes.front());
   }
   return strands.extent();
 }
@@ -180,6 +180,7 @@ EvaluationResult runEvaluation(GraphDocument& document, const EvaluationInputs& 
   }
   result.extent =
       lean || follows ? result.strands->extent() : extentOf(*result.strands, cache, inputs);
+  result.extentPieces = result.strands->extentPieces();
   if (!result.extent.finite) failNonFinite(document, lean);
   gatherWarnings(document, context, result.warnings);
   return result;

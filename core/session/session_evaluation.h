@@ -20,8 +20,9 @@ struct EvaluatedStrands {
   StrandSetPtr strands;
   ScalpMeshPtr surface;  // that the strands are rooted on, as it is posed
   Extent extent;
-  std::uint64_t revision = 0;  // of the output node's cache; 0: not to be built on
-  std::uint64_t pose = 0;      // of the surface that strands grown at rest were carried to
+  ExtentPiecesPtr extentPieces;  // what the extent is made of
+  std::uint64_t revision = 0;    // of the output node's cache; 0: not to be built on
+  std::uint64_t pose = 0;        // of the surface that strands grown at rest were carried to
 };
 
 /// What one evaluation is made from. Nothing in it belongs to a session that may change meanwhile.

@@ -99,7 +99,8 @@ void GroomSession::State::evaluate(const EvaluateRequest& request) {
     EvaluationInputs made = inputsFor(request);
     guides = activeGuides(graph, made);
     if (request.recycle) {
-      made.previous = {};
+      // So that nobody holds the arrays any more; what else is known of them is still of use.
+      made.previous.strands = nullptr;
       dropResult();
     }
     adopt(runEvaluation(graph, made), request, used);
