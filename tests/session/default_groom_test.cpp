@@ -84,6 +84,11 @@ class DefaultGroom : public testing::TestWithParam<Mode> {
     for (const SessionMessage& message : session.evaluate(request)) {
       ADD_FAILURE() << message.text;
     }
+    // Bounds are kept up with what changes; a copy knows none and looks at every point.
+    const Extent kept = session.extent(), found = StrandSet(*session.strands()).extent();
+    EXPECT_EQ(kept.min, found.min);
+    EXPECT_EQ(kept.max, found.max);
+    EXPECT_EQ(kept.maxLength, found.maxLength);
     return session.strands();
   }
 
