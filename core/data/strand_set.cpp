@@ -124,8 +124,13 @@ std::size_t StrandSet::uniformPointCount() const {
   const auto& starts = offsets();
   if (strands == 0 || starts.size() != strands + 1 || pointCount() % strands != 0) return 0;
   const std::size_t each = pointCount() / strands;
-  for (std::size_t i = 0; i < strands; ++i) {
-    if (starts[i + 1] - starts[i] != each) return 0;
+  // Block by block, so that a compiler can compare several at once.
+  constexpr std::size_t block = 1024;
+  for (std::size_t first = 0; first < strands; first += block) {
+    const std::size_t last = std::min(strands, first + block);
+    std::uint64_t differences = 0;
+    for (std::size_t i = first; i < last; ++i) differences |= (starts[i + 1] - starts[i]) ^ each;
+    if (differences != 0) return 0;
   }
   return each;
 }

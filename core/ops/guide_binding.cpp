@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numeric>
 
@@ -337,15 +338,22 @@ std::vector<std::uint32_t> GuideBinding::strandsOf(std::span<const std::uint32_t
       }
     }
   });
-  std::vector<char> marked(offsets.size() - 1, 0);
+  // A byte a strand, in words, as most words stay empty.
+  constexpr std::size_t word = sizeof(std::uint64_t);
+  const std::size_t strandCount = offsets.size() - 1;
+  std::vector<char> marked((strandCount + word - 1) / word * word, 0);
   for (const std::uint32_t g : guides) {
     for (std::uint32_t i = strandOffsets_[g]; i < strandOffsets_[g + 1]; ++i) {
       marked[strands_[i]] = 1;
     }
   }
   std::vector<std::uint32_t> found;
-  for (std::size_t strand = 0; strand < marked.size(); ++strand) {
-    if (marked[strand]) found.push_back(static_cast<std::uint32_t>(strand));
+  for (std::size_t first = 0; first < marked.size(); first += word) {
+    std::uint64_t any;
+    std::memcpy(&any, &marked[first], word);
+    for (std::size_t strand = first; any != 0 && strand < first + word; ++strand) {
+      if (marked[strand]) found.push_back(static_cast<std::uint32_t>(strand));
+    }
   }
   return found;
 }

@@ -319,7 +319,11 @@ class InterpolateOp final : public StrandOperator {
     const ScalpMeshPtr scalp = valueAs<ScalpMesh>(inputs[2]);
     const auto held = boundTo(*in, after, scalp, context);
     auto changes = std::make_shared<StrandChanges>();
-    const std::vector<std::uint32_t> follow = held->binding->strandsOf(moved);
+    std::vector<std::uint32_t> follow = held->binding->strandsOf(moved);
+    if (strands->strands.empty()) {
+      changes->strands = std::move(follow);
+      return changes;
+    }
     std::set_union(follow.begin(), follow.end(), strands->strands.begin(), strands->strands.end(),
                    std::back_inserter(changes->strands));
     return changes;
