@@ -10,6 +10,7 @@
 #include "core/base/hash.h"
 #include "core/base/lanes.h"
 #include "core/base/parallel.h"
+#include "core/data/extent_finder.h"
 #include "core/data/polyline.h"
 #include "core/data/strand_set.h"
 
@@ -17,12 +18,9 @@ namespace kestrane {
 
 namespace {
 
-/// Strands are bounded in blocks of 2048, each by a thread of its own, and within them in pieces of
-/// 8, which are kept: where a few strands in a hundred change, as they do when a guide moves, most
-/// blocks hold one of them, but most pieces none.
-constexpr std::size_t blockStrands = 2048;
+/// Strands are bounded in pieces of 8: where a few in a hundred change, as they do when a guide
+/// moves, most pieces hold none of them, however the strands are ordered.
 constexpr std::size_t pieceStrands = 8;
-constexpr std::size_t blockPieces = blockStrands / pieceStrands;
 
 std::size_t pieceCount(std::size_t strands) {
   return (strands + pieceStrands - 1) / pieceStrands;
@@ -142,16 +140,16 @@ ExtentPiecesPtr StrandSet::extentPieces() const {
 }
 
 Extent StrandSet::keepExtents(std::vector<Extent> pieces) const {
-  const std::size_t blocks = (pieces.size() + blockPieces - 1) / blockPieces;
-  std::vector<Extent> ofBlocks(blocks);
-  parallelRange(0, blocks, 16, [&](std::size_t first, std::size_t last) {
-    for (std::size_t block = first; block < last; ++block) {
-      const std::size_t end = std::min(pieces.size(), (block + 1) * blockPieces);
-      for (std::size_t i = block * blockPieces; i < end; ++i) fold(ofBlocks[block], pieces[i]);
+  constexpr std::size_t group = 256;
+  std::vector<Extent> groups((pieces.size() + group - 1) / group);
+  parallelRange(0, groups.size(), 16, [&](std::size_t first, std::size_t last) {
+    for (std::size_t g = first; g < last; ++g) {
+      const std::size_t end = std::min(pieces.size(), (g + 1) * group);
+      for (std::size_t i = g * group; i < end; ++i) fold(groups[g], pieces[i]);
     }
   });
   auto whole = std::make_shared<Extent>();
-  for (const Extent& block : ofBlocks) fold(*whole, block);
+  for (const Extent& part : groups) fold(*whole, part);
   auto kept = std::make_shared<const ExtentPieces>(
       ExtentPieces{strandCount(), pointCount(), std::move(pieces)});
   const std::lock_guard lock(cacheMutex_);
@@ -161,18 +159,30 @@ Extent StrandSet::keepExtents(std::vector<Extent> pieces) const {
   return *whole;
 }
 
+ExtentFinder::ExtentFinder(const StrandSet& set)
+    : set_(set), pieces_(pieceCount(set.strandCount())) {}
+
+void ExtentFinder::find(std::size_t block) {
+  static_assert(blockStrands % pieceStrands == 0);
+  for (std::size_t i = begin(block) / pieceStrands; i < pieceCount(end(block)); ++i) {
+    pieces_[i] = pieceExtent(set_, i);
+  }
+}
+
+Extent ExtentFinder::keep() {
+  return set_.keepExtents(std::move(pieces_));
+}
+
 Extent StrandSet::extent() const {
   if (extentValid_.load(std::memory_order_acquire)) {
     const std::lock_guard lock(cacheMutex_);
     return *extentCache_;
   }
-  std::vector<Extent> pieces(pieceCount(strandCount()));
-  parallelRange(0, pieces.size(), blockPieces, [&](std::size_t first, std::size_t last) {
-    for (std::size_t piece = first; piece < last; ++piece) {
-      pieces[piece] = pieceExtent(*this, piece);
-    }
+  ExtentFinder finder(*this);
+  parallelRange(0, finder.blockCount(), 8, [&](std::size_t first, std::size_t last) {
+    for (std::size_t block = first; block < last; ++block) finder.find(block);
   });
-  return keepExtents(std::move(pieces));
+  return finder.keep();
 }
 
 Extent StrandSet::extentAfter(const ExtentPiecesPtr& previous, const StrandChanges& changes) const {
@@ -188,7 +198,7 @@ Extent StrandSet::extentAfter(const ExtentPiecesPtr& previous, const StrandChang
       touched.push_back(piece);
     }
   }
-  parallelRange(0, touched.size(), blockPieces, [&](std::size_t first, std::size_t last) {
+  parallelRange(0, touched.size(), 64, [&](std::size_t first, std::size_t last) {
     for (std::size_t i = first; i < last; ++i) {
       pieces[touched[i]] = pieceExtent(*this, touched[i]);
     }

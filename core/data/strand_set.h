@@ -175,6 +175,7 @@ class StrandSet {
   std::vector<std::shared_ptr<const ScaleMesh>> scaleMeshes;
 
  private:
+  friend class ExtentFinder;
   struct Channel {
     SharedArray<float> values;
     float defaultValue = 0.0f;

@@ -84,6 +84,9 @@ struct EvalContext {
   bool motion = false;
   std::uint64_t variant = 0;  // a word of the request
   bool preview = false;
+  /// Whoever evaluates will ask for the extent of the strands that the node at hand makes, which is
+  /// found most cheaply while they are made. Set per node.
+  bool wantsExtent = false;
   std::int32_t resampleSegments = 0;  // the highest of the Resample nodes; 0: not yet found
   WarningSink* warnings = nullptr;    // of the node that runs
   /// The surface that the strands of the node at hand are rooted on: the nearest Scalp node's mesh

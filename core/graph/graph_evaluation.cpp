@@ -68,6 +68,7 @@ class Evaluation {
 
   GrownValues run(std::uint32_t target) {
     keys_.findFor(target);
+    maker_ = makerOf(target);
     const std::vector<std::uint32_t> order = planFor(target);
     bringBackReports();
     if (lean_) {
@@ -246,6 +247,7 @@ class Evaluation {
     }
     EvalContext context = context_;
     const ScalpMeshPtr above = surfaceAbove(id, node, sceneInputs);
+    context.wantsExtent = id == maker_;
     context.surface = followsScalp(id, node) ? above : sceneSurface(context_.scene);
 
     NodeResult result = NodeRun(node, context, std::move(inputs)).run();
@@ -326,6 +328,16 @@ class Evaluation {
     return leadsOn ? source.changes[output] : nullptr;
   }
 
+  /// The node whose strands the target hands on.
+  std::uint32_t makerOf(std::uint32_t target) const {
+    for (;;) {
+      const Node& node = graph_.node(target);
+      const bool handsOn = node.op->type() == "Output" || keys_.passesFirstInput(target);
+      if (!handsOn || node.sources.empty() || node.sources[0] == 0) return target;
+      target = node.sources[0];
+    }
+  }
+
   bool followsScalp(std::uint32_t id, const Node& node) const {
     for (std::size_t slot = 0; slot < node.sources.size(); ++slot) {
       if (!reads(id, node, slot)) continue;
@@ -380,6 +392,7 @@ class Evaluation {
   const bool lean_;
   GraphKeys keys_;
   std::vector<Plan> plans_;  // by ID
+  std::uint32_t maker_ = 0;
 };
 
 }  // namespace

@@ -126,7 +126,10 @@ StrandEdit::PointArrays::PointArrays(StrandEdit& edit) : input_(*edit.input_) {
 }
 
 std::span<Vec3f> StrandEdit::points() {
-  if (changed_ == nullptr) return output_.overwritePoints();
+  if (changed_ == nullptr) {
+    findsExtent_ = context_.wantsExtent;
+    return output_.overwritePoints();
+  }
   if (!relaid_) output_.takePointsFrom(previous());
   if (output_.pointCount() != output_.offsets().back()) throw NeedsWholeSet();
   return output_.mutablePoints();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/base/parallel.h"
+#include "core/data/extent_finder.h"
 #include "core/graph/operator.h"
 #include "core/graph/scalar_field.h"
 
@@ -43,7 +44,7 @@ class StrandRange {
 ///
 /// Order of use: bind fields and read parameters; then ask for arrays; then run the kernel. A
 /// kernel reads from input() and must write every element of the strands that it is given in each
-/// array that was asked for; it looks at no other strand.
+/// array that was asked for, which are then as they stay; it looks at no other strand.
 class StrandEdit {
  public:
   const EvalContext& context() const { return context_; }
@@ -121,6 +122,18 @@ class StrandEdit {
   /// Runs kernel(StrandRange) over the strands, in parallel, in chunks of at least `grain`.
   template <class Kernel>
   void run(std::size_t grain, Kernel&& kernel) {
+    if (findsExtent_) {
+      ExtentFinder finder(output_);
+      const std::size_t blocks = grain / ExtentFinder::blockStrands;
+      parallelRange(0, finder.blockCount(), blocks, [&](std::size_t first, std::size_t last) {
+        for (std::size_t block = first; block < last; ++block) {
+          kernel(StrandRange(nullptr, finder.begin(block), finder.end(block)));
+          finder.find(block);
+        }
+      });
+      finder.keep();
+      return;
+    }
     const std::uint32_t* list = changed_ ? changed_->data() : nullptr;
     parallelRange(
         0, changed_ ? changed_->size() : input_->strandCount(), grain,
@@ -200,6 +213,7 @@ class StrandEdit {
   StrandSetPtr input_;
   StrandSet output_;
   bool passed_ = false;
+  bool findsExtent_ = false;  // of the points that it makes
   // Of a run over changed strands alone:
   const std::vector<std::uint32_t>* changed_ = nullptr;
   GraphValue* previousValue_ = nullptr;
