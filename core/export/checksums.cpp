@@ -36,21 +36,29 @@ CrcTables makeCrcTables() {
 }  // namespace
 
 std::uint32_t adler32(std::span<const std::uint8_t> bytes) {
-  // The most bytes before a sum could exceed 32 bits, in whole groups.
-  constexpr std::size_t group = 16, run = 5552;
-  static_assert(run % group == 0);
+  // Columns of bytes are summed side by side; no sum of a stripe exceeds 16 bits.
+  constexpr std::size_t columns = 16, rows = 16, stripe = columns * rows;
+  // The most bytes before a sum could exceed 32 bits, in whole stripes.
+  constexpr std::size_t run = 5552 / stripe * stripe;
   std::uint32_t a = 1, b = 0;
   for (std::size_t from = 0; from < bytes.size();) {
     const std::size_t stop = std::min(bytes.size(), from + run);
-    for (; from + group <= stop; from += group) {
-      const std::uint8_t* values = bytes.data() + from;
-      std::uint32_t sum = 0, weighted = 0;
-      for (std::uint32_t i = 0; i < group; ++i) {
-        sum += values[i];
-        weighted += (static_cast<std::uint32_t>(group) - i) * values[i];
+    for (; from + stripe <= stop; from += stripe) {
+      std::uint16_t sums[columns] = {}, sumsOfSums[columns] = {};
+      for (std::size_t row = 0; row < rows; ++row) {
+        const std::uint8_t* values = bytes.data() + from + row * columns;
+        for (std::size_t i = 0; i < columns; ++i) {
+          sumsOfSums[i] = static_cast<std::uint16_t>(sumsOfSums[i] + sums[i]);
+          sums[i] = static_cast<std::uint16_t>(sums[i] + values[i]);
+        }
       }
-      b += static_cast<std::uint32_t>(group) * a + weighted;
-      a += sum;
+      b += static_cast<std::uint32_t>(stripe) * a;
+      for (std::uint32_t i = 0; i < columns; ++i) {
+        // A byte counts once for itself and once for every byte behind it.
+        b += static_cast<std::uint32_t>(columns) * sumsOfSums[i];
+        b += (static_cast<std::uint32_t>(columns) - i) * sums[i];
+        a += sums[i];
+      }
     }
     for (; from < stop; ++from) b += a += bytes[from];
     a %= adlerModulus;

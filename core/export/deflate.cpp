@@ -163,7 +163,7 @@ struct Chunk {
 
 void encodeChunk(std::span<const std::uint8_t> bytes, Chunk& chunk, Scratch& scratch) {
   BitWriter writer = scratch.writer(chunk.end - chunk.begin);
-  scratch.finder.start(bytes, chunk.begin, chunk.end);
+  scratch.finder.start(bytes, chunk.begin);
   std::size_t position = chunk.begin;
   while (position < chunk.end) {
     if (position - chunk.begin < syncZone) {
@@ -197,16 +197,11 @@ Bridge makeBridge(std::span<const std::uint8_t> bytes, std::size_t from, const C
   Bridge bridge;
   bridge.from = from;
   BitWriter writer = scratch.writer(chunk.end - from);
-  // Nearly always a few tokens are enough, so the finder is not made ready for all at first.
-  std::size_t position = from, ready = from, readied = 256;
+  scratch.finder.start(bytes, from);
+  std::size_t position = from;
   while (position < chunk.end) {
     bridge.joined = syncPointAt(chunk, position);
     if (bridge.joined != nullptr) break;
-    if (position >= ready) {
-      ready = chunk.end - position > readied ? position + readied : chunk.end;
-      scratch.finder.start(bytes, position, ready);
-      readied = chunk.end - chunk.begin;
-    }
     position += putToken(bytes, position, scratch.finder, writer);
   }
   bridge.stop = position;
