@@ -81,24 +81,36 @@ void MatchFinder::enter(std::size_t last) {
   std::size_t position = entered_;
   if (inRun_ && last - position > mostCandidates + 2) position = last - (mostCandidates + 2);
   entered_ = last;
-  const auto put = [counts = counts_.data(), rings = rings_.data()](std::size_t at,
-                                                                    std::uint64_t eight) {
-    const std::uint32_t hash = hashOf(eight);
-    const std::uint32_t slot = counts[hash]++ % ringSize;
+  const std::uint8_t* bytes = bytes_.data();
+  std::uint16_t* counts = counts_.data();
+  const auto put = [rings = rings_.data()](std::size_t at, std::uint64_t eight, std::uint32_t hash,
+                                           std::uint32_t count) {
     Ring& ring = rings[hash];
+    const std::uint32_t slot = count % ringSize;
     ring.fourthBytes[slot] = static_cast<std::uint8_t>(eight >> 24);
     ring.fifthBytes[slot] = static_cast<std::uint8_t>(eight >> 32);
     ring.places[slot] = static_cast<std::uint16_t>(at);
   };
-  const std::uint8_t* bytes = bytes_.data();
   const std::size_t size = bytes_.size();
-  for (const std::size_t stop = size < 8 ? 0 : std::min(last, size - 7); position < stop;) {
-    put(position, loadEight(bytes + position));
-    ++position;
+  const std::size_t stop = size < 8 ? 0 : std::min(last, size - 7);
+  // Two at a time: both counts are read before one is written, since reading what was written just
+  // before takes longer than comparing the hashes.
+  for (; position + 2 <= stop; position += 2) {
+    const std::uint64_t first = loadEight(bytes + position);
+    const std::uint64_t second = loadEight(bytes + position + 1);
+    const std::uint32_t firstHash = hashOf(first), secondHash = hashOf(second);
+    const std::uint32_t firstCount = counts[firstHash];
+    const std::uint32_t secondCount = counts[secondHash] + (firstHash == secondHash ? 1u : 0u);
+    counts[firstHash] = static_cast<std::uint16_t>(firstCount + 1);
+    counts[secondHash] = static_cast<std::uint16_t>(secondCount + 1);
+    put(position, first, firstHash, firstCount);
+    put(position + 1, second, secondHash, secondCount);
   }
-  for (const std::size_t stop = size < 3 ? 0 : std::min(last, size - 2); position < stop;) {
-    put(position, eightBytes(position));
-    ++position;
+  for (const std::size_t end = size < 3 ? 0 : std::min(last, size - 2); position < end;
+       ++position) {
+    const std::uint64_t eight = eightBytes(position);
+    const std::uint32_t hash = hashOf(eight);
+    put(position, eight, hash, counts[hash]++);
   }
 }
 
