@@ -37,7 +37,7 @@ CrcTables makeCrcTables() {
 
 std::uint32_t adler32(std::span<const std::uint8_t> bytes) {
   // Columns of bytes are summed side by side; no sum of a stripe exceeds 16 bits.
-  constexpr std::size_t columns = 16, rows = 16, stripe = columns * rows;
+  constexpr std::size_t columns = 64, rows = 16, stripe = columns * rows;
   // The most bytes before a sum could exceed 32 bits, in whole stripes.
   constexpr std::size_t run = 5552 / stripe * stripe;
   std::uint32_t a = 1, b = 0;

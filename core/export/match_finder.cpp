@@ -30,14 +30,30 @@ std::uint32_t alikeBytes(std::uint64_t differing) {
   return static_cast<std::uint32_t>(std::countr_zero(differing)) / 8;
 }
 
+/// How many bytes at a and b are alike, at most `limit`.
+std::size_t sharedLength(const std::uint8_t* a, const std::uint8_t* b, std::size_t limit) {
+  std::size_t length = 0;
+  for (; length + 8 <= limit; length += 8) {
+    const std::uint64_t differing = loadEight(a + length) ^ loadEight(b + length);
+    if (differing != 0) return length + alikeBytes(differing);
+  }
+  while (length < limit && a[length] == b[length]) ++length;
+  return length;
+}
+
+Match matchOf(std::size_t length, std::uint32_t distance) {
+  return {static_cast<std::uint32_t>(length), distance};
+}
+
 }  // namespace
 
 /// What is asked, and the candidates for it: bit 63 of a mask stands for the nearest, bit 62 for
 /// the next.
 struct MatchFinder::Query {
   std::size_t position;
-  std::size_t limit;  // no match is longer
-  std::uint64_t key;  // the eight bytes there
+  const std::uint8_t* here;  // the bytes there
+  std::size_t limit;         // no match is longer
+  std::uint64_t key;         // the first eight bytes
   const Ring& ring;
   std::uint32_t entered;
   std::uint32_t count;  // of candidates
@@ -51,6 +67,9 @@ struct MatchFinder::Query {
   /// Of the n-th nearest, n from 0.
   std::uint32_t distance(std::uint32_t n) const {
     return static_cast<std::uint16_t>(position - ring.places[(entered - 1 - n) % ringSize]);
+  }
+  std::size_t lengthAt(std::uint32_t distance) const {
+    return sharedLength(here - distance, here, limit);
   }
 };
 
@@ -131,22 +150,7 @@ bool MatchFinder::deepInRun(std::size_t position, std::uint64_t key) const {
   return true;
 }
 
-/// How many bytes at a and b are alike, up to the limit, given that the first `from` are.
-std::size_t MatchFinder::sharedLength(std::size_t a, std::size_t b, std::size_t from,
-                                      std::size_t limit) const {
-  std::size_t length = from;
-  while (length + 8 <= limit) {
-    const std::uint64_t differing =
-        loadEight(bytes_.data() + a + length) ^ loadEight(bytes_.data() + b + length);
-    if (differing != 0) return length + alikeBytes(differing);
-    length += 8;
-  }
-  while (length < limit && bytes_[a + length] == bytes_[b + length]) ++length;
-  return length;
-}
-
-Match MatchFinder::longestOf(const Query& query, std::uint64_t candidates) const {
-  const std::uint8_t* here = bytes_.data() + query.position;
+Match MatchFinder::longestOf(const Query& query, std::uint64_t candidates) {
   std::size_t best = 0;
   std::uint32_t bestDistance = 0;
   // A longer match agrees in the bytes from `from` to the one at `best`, eight at most.
@@ -157,27 +161,25 @@ Match MatchFinder::longestOf(const Query& query, std::uint64_t candidates) const
     const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
     candidates &= ~(std::uint64_t{1} << (63 - n));
     const std::uint32_t distance = query.distance(n);
-    if (((loadEight(here - distance + from) ^ wanted) << unasked) != 0) continue;
+    if (((loadEight(query.here - distance + from) ^ wanted) << unasked) != 0) continue;
     if (distance > windowSize) break;
-    const std::size_t length =
-        sharedLength(query.position - distance, query.position, 0, query.limit);
+    const std::size_t length = query.lengthAt(distance);
     if (length <= best) continue;
     best = length;
     bestDistance = distance;
     if (best == query.limit) break;
     from = best < 7 ? 0 : best - 7;
     unasked = best < 7 ? 56 - 8 * static_cast<std::uint32_t>(best) : 0;
-    wanted = loadEight(here + from);
+    wanted = loadEight(query.here + from);
   }
-  return {static_cast<std::uint32_t>(best), bestDistance};
+  return matchOf(best, bestDistance);
 }
 
 /// longestOf() for a position whose eight bytes are alike. Going back through an earlier run of
 /// that byte, candidates repeat one byte more each, until the ends of both runs meet: so two
 /// candidates of a run are enough to look at, its last one and that one.
-Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) const {
-  const std::uint8_t* here = bytes_.data() + query.position;
-  const std::size_t run = 1 + sharedLength(query.position, query.position + 1, 7, query.limit - 1);
+Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) {
+  const std::size_t run = 1 + sharedLength(query.here, query.here + 1, query.limit - 1);
   std::size_t best = 0;
   std::uint32_t bestDistance = 0;
   const auto take = [&](std::size_t length, std::uint32_t distance) {
@@ -191,47 +193,45 @@ Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) c
     const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
     const std::uint32_t distance = query.distance(n);
     if (distance > windowSize) break;
-    const std::size_t length =
-        sharedLength(query.position - distance, query.position, 0, query.limit);
+    const std::size_t length = query.lengthAt(distance);
     if (!take(length, distance)) break;
     std::uint32_t back = 0;
     if (length >= 3) {  // else other bytes have the same hash
       const auto farthest = std::min<std::uint32_t>(query.count - 1 - n, windowSize - distance);
-      while (back < farthest && *(here - distance - back - 1) == *here) ++back;
+      while (back < farthest && *(query.here - distance - back - 1) == *query.here) ++back;
     }
     if (length < run && back > 0) {
       const auto step = static_cast<std::uint32_t>(std::min<std::size_t>(run - length, back));
       const std::uint32_t there = distance + step;
-      if (!take(sharedLength(query.position - there, query.position, 0, query.limit), there)) break;
+      if (!take(query.lengthAt(there), there)) break;
     }
     candidates &= ~std::uint64_t{0} >> (n + back) >> 1;
   }
-  return {static_cast<std::uint32_t>(best), bestDistance};
+  return matchOf(best, bestDistance);
 }
 
 /// The nearest that agrees in as many bytes, where none agrees in more; at most 8.
-Match MatchFinder::nearestOf(const Query& query, std::uint64_t candidates,
-                             std::uint32_t length) const {
+Match MatchFinder::nearestOf(const Query& query, std::uint64_t candidates, std::uint32_t length) {
   while (candidates != 0) {
     const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
     candidates &= ~(std::uint64_t{1} << (63 - n));
     const std::uint32_t distance = query.distance(n);
     if (distance > windowSize) break;
-    const std::uint8_t* there = bytes_.data() + query.position - distance;
-    if (alikeBytes(loadEight(there) ^ query.key) >= length) return {length, distance};
+    if (alikeBytes(loadEight(query.here - distance) ^ query.key) >= length) {
+      return matchOf(length, distance);
+    }
   }
   return {};
 }
 
 /// For the last seven bytes of the data.
-Match MatchFinder::longestNearEnd(const Query& query) const {
+Match MatchFinder::longestNearEnd(const Query& query) {
   Match match;
   for (std::uint32_t n = 0; n < query.count && match.length < query.limit; ++n) {
     const std::uint32_t distance = query.distance(n);
     if (distance > windowSize) break;
-    const std::size_t length =
-        sharedLength(query.position - distance, query.position, 0, query.limit);
-    if (length > match.length) match = {static_cast<std::uint32_t>(length), distance};
+    const std::size_t length = query.lengthAt(distance);
+    if (length > match.length) match = matchOf(length, distance);
   }
   return match.length < 3 ? Match{} : match;
 }
@@ -244,11 +244,12 @@ Match MatchFinder::longest(std::size_t position) {
   }
   const std::size_t limit = std::min(longestMatch, bytes_.size() - position);
   if (limit < 3) return {};
+  const std::uint8_t* here = bytes_.data() + position;
   const std::uint64_t key = eightBytes(position);
   if (deepInRun(position, key)) {
     if (!inRun_) enter(position);
     inRun_ = true;
-    return {static_cast<std::uint32_t>(sharedLength(position - 1, position, 3, limit)), 1};
+    return matchOf(sharedLength(here - 1, here, limit), 1);
   }
   const std::uint32_t hash = hashOf(key);
   const Ring& ring = rings_[hash];
@@ -259,7 +260,7 @@ Match MatchFinder::longest(std::size_t position) {
   const std::uint16_t entered = counts_[hash];
   const std::uint32_t fresh = static_cast<std::uint16_t>(entered - staleCounts_[hash]);
   if (fresh == 0) return {};
-  const Query query{position, limit, key, ring, entered, std::min(fresh, mostCandidates)};
+  const Query query{position, here, limit, key, ring, entered, std::min(fresh, mostCandidates)};
   if (limit < 8) return longestNearEnd(query);
   const std::uint64_t four = query.all() & query.agreeing(ring.fourthBytes, key >> 24);
   const std::uint64_t five = four & query.agreeing(ring.fifthBytes, key >> 32);

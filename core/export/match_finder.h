@@ -56,11 +56,10 @@ class MatchFinder {
   void beginBlock();
   std::uint64_t eightBytes(std::size_t position) const;
   bool deepInRun(std::size_t position, std::uint64_t key) const;
-  std::size_t sharedLength(std::size_t a, std::size_t b, std::size_t from, std::size_t limit) const;
-  Match longestOf(const Query& query, std::uint64_t candidates) const;
-  Match longestInRuns(const Query& query, std::uint64_t candidates) const;
-  Match longestNearEnd(const Query& query) const;
-  Match nearestOf(const Query& query, std::uint64_t candidates, std::uint32_t length) const;
+  static Match longestOf(const Query& query, std::uint64_t candidates);
+  static Match longestInRuns(const Query& query, std::uint64_t candidates);
+  static Match longestNearEnd(const Query& query);
+  static Match nearestOf(const Query& query, std::uint64_t candidates, std::uint32_t length);
 
   std::span<const std::uint8_t> bytes_;
   std::size_t entered_ = 0;   // positions before this one are in the rings

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 
+#include "core/base/lanes.h"
+
 namespace kestrane::detail {
 
 namespace {
@@ -53,7 +55,7 @@ struct Row {
 /// Runs the body on the row's parts: body(filtered bytes, first, count), count being `stripe` for
 /// most.
 template <class Predictor, class Take>
-void forStripes(const Row& row, const Take& take) {
+[[gnu::always_inline]] inline void forStripes(const Row& row, const Take& take) {
   std::uint8_t filtered[stripe];
   const std::size_t head = std::min(row.pixelSize, row.size);
   for (std::size_t i = 0; i < head; ++i) {
@@ -61,7 +63,7 @@ void forStripes(const Row& row, const Take& take) {
   }
   take(filtered, 0, head);
   const std::size_t back = row.pixelSize;
-  const auto filter = [&](std::size_t from, std::size_t count) {
+  const auto filter = [&](std::size_t from, std::size_t count) __attribute__((always_inline)) {
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t at = from + i;
       filtered[i] = static_cast<std::uint8_t>(
@@ -79,7 +81,7 @@ void forStripes(const Row& row, const Take& take) {
 }
 
 template <class Predictor>
-std::uint64_t costOf(const Row& row) {
+[[gnu::always_inline]] inline std::uint64_t costOf(const Row& row) {
   std::uint64_t cost = 0;
   forStripes<Predictor>(row, [&](const std::uint8_t* filtered, std::size_t, std::size_t count) {
     const auto sum = [&](std::size_t n) {
@@ -96,15 +98,15 @@ std::uint64_t costOf(const Row& row) {
 }
 
 template <class Predictor>
-void writeFiltered(const Row& row, std::uint8_t* out) {
+[[gnu::always_inline]] inline void writeFiltered(const Row& row, std::uint8_t* out) {
   forStripes<Predictor>(row, [&](const std::uint8_t* filtered, std::size_t from,
                                  std::size_t count) { std::copy_n(filtered, count, out + from); });
 }
 
 }  // namespace
 
-void filterPngRow(const std::uint8_t* bytes, const std::uint8_t* above, std::size_t size,
-                  std::size_t pixelSize, std::uint8_t* out) {
+KESTRANE_WIDE void filterPngRow(const std::uint8_t* bytes, const std::uint8_t* above,
+                                std::size_t size, std::size_t pixelSize, std::uint8_t* out) {
   const Row row{bytes, above, size, pixelSize};
   const std::array costs = {costOf<None>(row), costOf<Sub>(row), costOf<Up>(row),
                             costOf<Average>(row), costOf<Paeth>(row)};
