@@ -47,8 +47,8 @@ Match matchOf(std::size_t length, std::uint32_t distance) {
 
 }  // namespace
 
-/// What is asked, and the candidates for it: bit 63 of a mask stands for the nearest, bit 62 for
-/// the next.
+/// What is asked, and the candidates for it: bit 0 of a mask stands for the nearest, bit 1 for the
+/// next.
 struct MatchFinder::Query {
   std::size_t position;
   const std::uint8_t* here;  // the bytes there
@@ -58,15 +58,15 @@ struct MatchFinder::Query {
   std::uint32_t entered;
   std::uint32_t count;  // of candidates
 
-  std::uint64_t all() const { return ~std::uint64_t{0} << (ringSize - count); }
+  std::uint64_t all() const { return (std::uint64_t{1} << count) - 1; }
   /// From bytes by slot.
   std::uint64_t agreeing(const std::uint8_t* bytes, std::uint64_t byte) const {
-    return std::rotr(equalBytes(bytes, static_cast<std::uint8_t>(byte)),
+    return std::rotl(equalBytes(bytes, static_cast<std::uint8_t>(byte)),
                      static_cast<int>(entered % ringSize));
   }
   /// Of the n-th nearest, n from 0.
   std::uint32_t distance(std::uint32_t n) const {
-    return static_cast<std::uint16_t>(position - ring.places[(entered - 1 - n) % ringSize]);
+    return static_cast<std::uint16_t>(position - ring.places[(n - entered) % ringSize]);
   }
   std::size_t lengthAt(std::uint32_t distance) const {
     return sharedLength(here - distance, here, limit);
@@ -105,7 +105,7 @@ void MatchFinder::enter(std::size_t last) {
   const auto put = [rings = rings_.data()](std::size_t at, std::uint64_t eight, std::uint32_t hash,
                                            std::uint32_t count) {
     Ring& ring = rings[hash];
-    const std::uint32_t slot = count % ringSize;
+    const std::uint32_t slot = ~count % ringSize;
     ring.fourthBytes[slot] = static_cast<std::uint8_t>(eight >> 24);
     ring.fifthBytes[slot] = static_cast<std::uint8_t>(eight >> 32);
     ring.places[slot] = static_cast<std::uint16_t>(at);
@@ -158,8 +158,8 @@ Match MatchFinder::longestOf(const Query& query, std::uint64_t candidates) {
   std::uint64_t wanted = query.key;
   std::uint32_t unasked = 56;  // bits
   while (candidates != 0) {
-    const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
-    candidates &= ~(std::uint64_t{1} << (63 - n));
+    const auto n = static_cast<std::uint32_t>(std::countr_zero(candidates));
+    candidates &= candidates - 1;
     const std::uint32_t distance = query.distance(n);
     if (((loadEight(query.here - distance + from) ^ wanted) << unasked) != 0) continue;
     if (distance > windowSize) break;
@@ -190,7 +190,7 @@ Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) {
     return best < query.limit;
   };
   while (candidates != 0) {
-    const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
+    const auto n = static_cast<std::uint32_t>(std::countr_zero(candidates));
     const std::uint32_t distance = query.distance(n);
     if (distance > windowSize) break;
     const std::size_t length = query.lengthAt(distance);
@@ -205,7 +205,7 @@ Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) {
       const std::uint32_t there = distance + step;
       if (!take(query.lengthAt(there), there)) break;
     }
-    candidates &= ~std::uint64_t{0} >> (n + back) >> 1;
+    candidates &= ~std::uint64_t{0} << (n + back) << 1;
   }
   return matchOf(best, bestDistance);
 }
@@ -213,8 +213,8 @@ Match MatchFinder::longestInRuns(const Query& query, std::uint64_t candidates) {
 /// The nearest that agrees in as many bytes, where none agrees in more; at most 8.
 Match MatchFinder::nearestOf(const Query& query, std::uint64_t candidates, std::uint32_t length) {
   while (candidates != 0) {
-    const auto n = static_cast<std::uint32_t>(std::countl_zero(candidates));
-    candidates &= ~(std::uint64_t{1} << (63 - n));
+    const auto n = static_cast<std::uint32_t>(std::countr_zero(candidates));
+    candidates &= candidates - 1;
     const std::uint32_t distance = query.distance(n);
     if (distance > windowSize) break;
     if (alikeBytes(loadEight(query.here - distance) ^ query.key) >= length) {

@@ -43,8 +43,8 @@ class MatchFinder {
   static constexpr std::uint32_t mostCandidates = 48;
   static constexpr std::uint32_t ringSize = 64;
 
-  /// Positions of one hash. The n-th that was entered has the slot n modulo 64, and stands there in
-  /// its low 16 bits.
+  /// Positions of one hash, by their low 16 bits. The ring is filled from its end, so that going up
+  /// from any slot leads to ever earlier positions.
   struct alignas(64) Ring {
     std::uint8_t fourthBytes[ringSize];
     std::uint8_t fifthBytes[ringSize];
