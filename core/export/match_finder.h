@@ -65,7 +65,7 @@ class MatchFinder {
   std::size_t entered_ = 0;   // positions before this one are in the rings
   std::size_t blockEnd_ = 0;  // blocks of 32,768 positions
   bool inRun_ = false;        // everything not entered yet repeats the byte before it
-  Array<Ring> rings_;         // by hash
+  Array<Ring> rings_;         // by hash; never cleared, as counts tell what is in them
   /// How many positions of a hash were entered: in all, before the current block, and before the
   /// block ahead of it. What came after those last ones lies less than 65,536 bytes back.
   Array<std::uint16_t> counts_;

@@ -159,9 +159,20 @@ std::vector<Case> cases() {
                    noise(10, 200, run) + Bytes(run + 40, 5) + noise(5, 200, 8) + Bytes(run, 5) +
                        noise(3, 200, 8) + Bytes(run / 2, 5) + noise(5, 200, 8) + Bytes(run, 5)});
   }
-  // A text that comes again just inside the window, and just outside.
+  // Runs of any length behind one another: most candidates lie in earlier runs.
+  Bytes runs;
+  for (std::uint64_t i = 0; i < 900; ++i) {
+    const std::uint64_t draw = mix64(i);
+    constexpr std::uint8_t values[] = {0, 0, 255, 7};
+    runs = runs + Bytes(draw % 7 == 0 ? 3 + draw % 300 : 3 + draw % 60, values[draw >> 20 & 3]) +
+           noise(draw >> 30 & 3, 3, i);
+  }
+  all.push_back({"many runs", runs});
+  // A text that comes again just inside the window, just outside, and where its place has the same
+  // low 16 bits again.
   const Bytes text = noise(300, 250, 5);
-  for (const std::size_t distance : {32767u, 32768u, 32769u}) {
+  for (const std::size_t distance :
+       {32767u, 32768u, 32769u, 65535u, 65536u, 65537u, 98304u, 131072u}) {
     all.push_back({"again after " + std::to_string(distance),
                    text + noise(distance - text.size(), 250, 6) + text});
   }
