@@ -176,6 +176,11 @@ std::vector<Case> cases() {
     all.push_back({"again after " + std::to_string(distance),
                    text + noise(distance - text.size(), 250, 6) + text});
   }
+  // A run whose beginning has left the window while its end has not.
+  for (const std::size_t inside : {1u, 20u, 44u}) {
+    all.push_back({"a run cut by the window " + std::to_string(inside),
+                   Bytes(45, 255) + noise(32768 - inside, 250, 12) + Bytes(60, 255)});
+  }
   // 60 candidates of one hash; the longest lies behind 47, 48 and more nearer ones.
   Bytes many;
   for (std::uint8_t i = 0; i < 60; ++i) {
