@@ -5,6 +5,8 @@
 
 namespace kestrane::math::detail {
 
+const double exp2Limits[2] = {-160.0, 160.0};
+
 namespace {
 
 /// The bits of 2 / pi behind its binary point.

@@ -65,10 +65,14 @@ inline double cosInDouble(double x) {
   return negatedIfOdd(-sinOfReduced(r), std::bit_cast<std::uint64_t>(shifted));
 }
 
+/// -160 and 160. Where a compiler sees them, it works out both ends' results beforehand and then
+/// selects them at the end, which takes longer than to limit the argument.
+extern const double exp2Limits[2];
+
 /// 2 to the t; 0 and infinity where a float's range ends.
 inline double exp2InDouble(double t) {
-  t = t < -160.0 ? -160.0 : t;
-  t = t > 160.0 ? 160.0 : t;
+  t = t < exp2Limits[0] ? exp2Limits[0] : t;
+  t = t > exp2Limits[1] ? exp2Limits[1] : t;
   const double shifted = t + rounder;
   const double f = t - (shifted - rounder);
   const double p =
