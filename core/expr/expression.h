@@ -79,9 +79,14 @@ struct ExpressionIndices {
   }
 };
 
-/// Many elements at once, structure of arrays; every array holds `count` values.
+/// Many elements at once, structure of arrays; every array holds `count` values, or, with groups,
+/// a value per group where it tells of the group as a whole.
 struct ExpressionBlock {
   std::size_t count = 0;
+  /// Elements that go together, such as each strand's points: where each group begins, and at the
+  /// end at least `count`. Then strands, seeds, locations and the slots but those of points are per
+  /// group, and what is made of them alone is worked out once for a group. Empty: no groups.
+  std::span<const std::uint32_t> groups;
   std::array<ExpressionLane<float>, expressionSlotCount> slots;  // by ExpressionSlot
   ExpressionIndices strands;
   ExpressionIndices points;

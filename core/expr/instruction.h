@@ -84,6 +84,11 @@ enum class ExpressionSlot : std::uint8_t {
 
 inline constexpr std::size_t expressionSlotCount = 26;
 
+/// Whether it differs between the points of a strand.
+constexpr bool isPointSlot(ExpressionSlot slot) {
+  return slot >= ExpressionSlot::t && slot <= ExpressionSlot::pointIndex;
+}
+
 inline constexpr std::array<std::string_view, expressionSlotCount> expressionSlotNames = {
     "u",    "v",    "x",          "y",      "z",       "nx",    "ny",
     "nz",   "rand", "index",      "length", "longest", "reach", "straightness",

@@ -161,14 +161,21 @@ struct Elements {
 
 /// One element of a block as a record.
 ExpressionRecord recordOf(const ExpressionBlock& block, std::size_t i, MapSample& location) {
+  std::size_t owner = i;  // has the values that groups share
+  if (!block.groups.empty()) {
+    owner = static_cast<std::size_t>(std::upper_bound(block.groups.begin(), block.groups.end(), i) -
+                                     block.groups.begin() - 1);
+  }
   ExpressionRecord record;
-  for (std::size_t s = 0; s < expressionSlotCount; ++s) record.slots[s] = block.slots[s][i];
-  record.strand = block.strands[i];
+  for (std::size_t s = 0; s < expressionSlotCount; ++s) {
+    record.slots[s] = block.slots[s][isPointSlot(static_cast<ExpressionSlot>(s)) ? i : owner];
+  }
+  record.strand = block.strands[owner];
   record.point = block.points[i];
-  record.seed = block.seeds[i];
+  record.seed = block.seeds[owner];
   record.channels = block.channels;
-  location = block.locations[i];
-  record.location = block.hasLocations[i] ? &location : nullptr;
+  location = block.locations[owner];
+  record.location = block.hasLocations[owner] ? &location : nullptr;
   return record;
 }
 
@@ -245,15 +252,54 @@ TEST(ExpressionBlocks, OfOneStrandMayHoldItsValuesOnce) {
 
 TEST(ExpressionBlocks, OfEverySizeFillJustTheirElements) {
   Elements elements;
-  for (const std::string& text :
-       {std::string("sin(x) * t + u"), nestedChoices(4), nestedChoices(16)}) {
+  for (const std::string& text : programs()) {
     const Expression expression = compiled(text);
-    for (const std::size_t count : {0, 1, 3, 127, 128, 129, 257}) {
+    const auto channels = elements.channelsOf(expression);
+    elements.block.channels = channels;
+    for (const std::size_t count : {0, 1, 2, 17, 127, 128, 129, 255, 256, 257}) {
       elements.block.count = count;
       std::vector<float> out(count + 1, -123.0f);
       expression.evaluateBlock(elements.block, std::span(out));
       EXPECT_EQ(out.back(), -123.0f);
       expectSameBits(expression, elements.block);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST(ExpressionBlocks, TheProgramsCallEveryFunction) {
+  for (const FunctionRow& row : functionTable) {
+    EXPECT_THAT(programs(), testing::Contains(testing::HasSubstr(std::string(row.name) + "(")));
+  }
+}
+
+/// Where groups of these sizes, over and over, begin among the elements.
+std::vector<std::uint32_t> groupsOf(std::initializer_list<std::uint32_t> sizes) {
+  std::vector<std::uint32_t> groups = {0};
+  while (groups.back() < Elements::count) {
+    for (const std::uint32_t size : sizes) groups.push_back(groups.back() + size);
+  }
+  return groups;
+}
+
+TEST(ExpressionBlocks, OfGroupsGiveTheBitsOfSingleEvaluations) {
+  // Strands of one length, of many, of more points than fit a chunk, and of none at all in number.
+  std::vector<std::uint32_t> sparse(600, 0);
+  sparse.insert(sparse.end(), {5, 5, 6, 40, 1000});
+  Elements elements;
+  ExpressionBlock& block = elements.block;
+  for (const auto& groups : {groupsOf({17}), groupsOf({1}), groupsOf({3, 0, 17, 1, 400, 0, 0, 2}),
+                             sparse, groupsOf({1000})}) {
+    block.groups = groups;
+    for (const std::string& text : programs()) {
+      const Expression expression = compiled(text);
+      const auto channels = elements.channelsOf(expression);
+      block.channels = channels;
+      for (const std::size_t count : {1, 18, 256, 1000}) {
+        block.count = count;
+        expectSameBits(expression, block);
+        if (HasFatalFailure()) return;
+      }
     }
   }
 }
