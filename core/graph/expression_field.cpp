@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <type_traits>
 #include <utility>
 
 #include "core/base/errors.h"
@@ -53,108 +55,188 @@ class BoundExpression {
   }
 
   const Expression& program() const { return program_; }
+  const StrandSet& strands() const { return strands_; }
   bool perPoint() const { return perPoint_; }
 
+  /// The strand's value at each of its points, or its one value. A strand of fewer points than
+  /// asked for repeats its last value; one of none has the value of its root.
   template <class T>
   void values(std::size_t strand, std::span<T> out) const {
-    struct Buffers {
-      std::vector<float> t, pt, x, y, z, index;
-    };
-    thread_local Buffers buffers;
-    const std::span<const Vec3f> points = strands_.strandPoints(strand);
-    const std::size_t count = perPoint_ ? std::min(out.size(), points.size()) : 1;
-    ExpressionBlock block;
-    block.count = std::max<std::size_t>(count, 1);
-    block.strands = {strand, 0, nullptr};
-    block.points = {strands_.offsets()[strand], perPoint_ ? std::size_t{1} : 0, nullptr};
-    block.seeds = strands_.ids()[strand];
-    block.channels = channels_;
-    block[Slot::frame] = frame_;
-    block[Slot::time] = time_;
-    fillStrand(strand, points, block);
-    if (perPoint_ && count > 0) {
-      const auto fill = [&](Slot slot, std::vector<float>& buffer, const auto& at) {
-        if (!program_.reads(slot)) return;
-        buffer.resize(count);
-        for (std::size_t i = 0; i < count; ++i) buffer[i] = at(i);
-        block[slot] = buffer.data();
-      };
-      if (program_.reads(Slot::t)) {
-        buffers.t.resize(points.size());
-        arcShares(points, buffers.t);
-        block[Slot::t] = buffers.t.data();
-      }
-      const float last = points.size() > 1 ? static_cast<float>(points.size() - 1) : 1.0f;
-      fill(Slot::pt, buffers.pt, [&](std::size_t i) { return static_cast<float>(i) / last; });
-      fill(Slot::px, buffers.x, [&](std::size_t i) { return points[i].x; });
-      fill(Slot::py, buffers.y, [&](std::size_t i) { return points[i].y; });
-      fill(Slot::pz, buffers.z, [&](std::size_t i) { return points[i].z; });
-      fill(Slot::pointIndex, buffers.index, [&](std::size_t i) { return static_cast<float>(i); });
+    const std::size_t points = strands_.strandPoints(strand).size();
+    const std::size_t count =
+        perPoint_ ? std::min(std::max<std::size_t>(points, 1), out.size()) : std::size_t{1};
+    evaluate(strand, strand + 1, out.first(count));
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(count), out.end(), out[count - 1]);
+  }
+
+  /// The values of strands first to last, one after another.
+  template <class T>
+  void severalValues(std::size_t first, std::size_t last, std::span<T> out) const {
+    const auto& offsets = strands_.offsets();
+    for (std::size_t begin = first; begin < last; begin += mostStrands) {
+      const std::size_t end = std::min(begin + mostStrands, last);
+      const std::size_t count = perPoint_ ? offsets[end] - offsets[begin] : end - begin;
+      if (count > 0) evaluate(begin, end, out.first(count));
+      out = out.subspan(count);
     }
-    program_.evaluateBlock(block, out.first(block.count));
-    // A strand of fewer points than asked for repeats its last value.
-    std::fill(out.begin() + static_cast<std::ptrdiff_t>(block.count), out.end(),
-              out[block.count - 1]);
   }
 
  private:
-  void fillStrand(std::size_t strand, std::span<const Vec3f> points, ExpressionBlock& block) const {
-    const StrandRoot root = strands_.roots()[strand];
-    const bool rooted = surface_ && surface_->hasFace(root.face);
-    const Vec3f start = points.empty() ? Vec3f{} : points.front();
-    const Vec3f tip = points.empty() ? Vec3f{} : points.back();
-    const auto readsAny = [&](std::initializer_list<Slot> slots) {
-      return std::any_of(slots.begin(), slots.end(),
-                         [&](Slot slot) { return program_.reads(slot); });
+  /// How many strands are evaluated at once.
+  static constexpr std::size_t mostStrands = 128;
+
+  /// What a block's lanes point to.
+  struct Lanes {
+    template <class T>
+    using PerStrand = std::array<T, mostStrands>;
+    std::array<PerStrand<float>, expressionSlotCount> slots;
+    PerStrand<Vec3f> positions, normals;
+    PerStrand<Vec2f> uvs;
+    PerStrand<MapSample> locations;
+    PerStrand<bool> rooted;
+    std::array<std::uint32_t, mostStrands + 1> groups;
+    std::array<std::vector<float>, expressionSlotCount> pointSlots;
+  };
+
+  /// Fills `out` with the values of strands first to last, at most mostStrands; where perPoint,
+  /// with those at as many of their points.
+  template <class T>
+  void evaluate(std::size_t first, std::size_t last, std::span<T> out) const {
+    thread_local Lanes lanes;
+    const auto& offsets = strands_.offsets();
+    ExpressionBlock block;
+    block.count = out.size();
+    block.strands = {first, 1, nullptr};
+    block.points = {offsets[first], 1, nullptr};
+    block.seeds = strands_.ids().data() + first;
+    block.channels = channels_;
+    block[Slot::frame] = frame_;
+    block[Slot::time] = time_;
+    block[Slot::longest] = longest_;
+    fillStrands(first, last, lanes, block);
+    if (perPoint_) {
+      for (std::size_t s = first; s <= last; ++s) {
+        lanes.groups[s - first] = static_cast<std::uint32_t>(offsets[s] - offsets[first]);
+      }
+      std::uint32_t& end = lanes.groups[last - first];
+      if (end > 0) fillPoints(first, last, lanes, block);
+      end = std::max(end, static_cast<std::uint32_t>(out.size()));
+      block.groups = {lanes.groups.data(), last - first + 1};
+    }
+    program_.evaluateBlock(block, out);
+  }
+
+  bool readsAny(std::initializer_list<Slot> slots) const {
+    return std::any_of(slots.begin(), slots.end(), [&](Slot slot) { return program_.reads(slot); });
+  }
+
+  void fillStrands(std::size_t first, std::size_t last, Lanes& lanes,
+                   ExpressionBlock& block) const {
+    const std::size_t count = last - first;
+    const StrandRoot* roots = strands_.roots().data() + first;
+    const auto points = [&](std::size_t i) { return strands_.strandPoints(first + i); };
+    const auto start = [&](std::size_t i) {
+      return points(i).empty() ? Vec3f{} : points(i).front();
+    };
+    const auto tip = [&](std::size_t i) { return points(i).empty() ? Vec3f{} : points(i).back(); };
+    const auto fill = [&](Slot slot, const auto& at) {
+      if (!program_.reads(slot)) return;
+      auto& values = lanes.slots[static_cast<std::size_t>(slot)];
+      for (std::size_t i = 0; i < count; ++i) values[i] = at(i);
+      block[slot] = values.data();
     };
     const bool maps = !program_.mapNames().empty();
-    Vec2f uv;
+    for (std::size_t i = 0; i < count; ++i) {
+      lanes.rooted[i] = surface_ && surface_->hasFace(roots[i].face);
+    }
     if (maps || readsAny({Slot::u, Slot::v})) {
-      if (rooted) uv = surface_->uvAt(root);
-      block[Slot::u] = uv.x;
-      block[Slot::v] = uv.y;
+      for (std::size_t i = 0; i < count; ++i) {
+        lanes.uvs[i] = lanes.rooted[i] ? surface_->uvAt(roots[i]) : Vec2f{};
+      }
+      fill(Slot::u, [&](std::size_t i) { return lanes.uvs[i].x; });
+      fill(Slot::v, [&](std::size_t i) { return lanes.uvs[i].y; });
     }
-    Vec3f position = start;
     if (maps || readsAny({Slot::x, Slot::y, Slot::z})) {
-      if (rooted) position = surface_->positionAt(root);
-      block[Slot::x] = position.x;
-      block[Slot::y] = position.y;
-      block[Slot::z] = position.z;
+      for (std::size_t i = 0; i < count; ++i) {
+        lanes.positions[i] = lanes.rooted[i] ? surface_->positionAt(roots[i]) : start(i);
+      }
+      fill(Slot::x, [&](std::size_t i) { return lanes.positions[i].x; });
+      fill(Slot::y, [&](std::size_t i) { return lanes.positions[i].y; });
+      fill(Slot::z, [&](std::size_t i) { return lanes.positions[i].z; });
     }
-    Vec3f normal;  // zero where no surface is known
     if (readsAny({Slot::nx, Slot::ny, Slot::nz, Slot::lift})) {
-      if (rooted) normal = surface_->normalAt(root);
-      block[Slot::nx] = normal.x;
-      block[Slot::ny] = normal.y;
-      block[Slot::nz] = normal.z;
+      for (std::size_t i = 0; i < count; ++i) {
+        // Zero where no surface is known.
+        lanes.normals[i] = lanes.rooted[i] ? surface_->normalAt(roots[i]) : Vec3f{};
+      }
+      fill(Slot::nx, [&](std::size_t i) { return lanes.normals[i].x; });
+      fill(Slot::ny, [&](std::size_t i) { return lanes.normals[i].y; });
+      fill(Slot::nz, [&](std::size_t i) { return lanes.normals[i].z; });
     }
-    if (program_.reads(Slot::rand)) {
-      block[Slot::rand] = unitFloat(hashCombine(strands_.ids()[strand], randSalt));
+    fill(Slot::rand, [&](std::size_t i) {
+      return unitFloat(hashCombine(strands_.ids()[first + i], randSalt));
+    });
+    fill(Slot::index, [&](std::size_t i) { return static_cast<float>(first + i); });
+    fill(Slot::length, [&](std::size_t i) { return polylineLength(points(i)); });
+    fill(Slot::reach, [&](std::size_t i) { return distance(start(i), tip(i)); });
+    fill(Slot::straightness, [&](std::size_t i) {
+      const float size = polylineLength(points(i));
+      return size > 0.0f ? distance(start(i), tip(i)) / size : 0.0f;
+    });
+    fill(Slot::lift, [&](std::size_t i) {
+      const float rise = dot(kestrane::normalize(tip(i) - start(i)), lanes.normals[i]);
+      return math::asin(std::clamp(rise, -1.0f, 1.0f));
+    });
+    fill(Slot::tipx, [&](std::size_t i) { return tip(i).x; });
+    fill(Slot::tipy, [&](std::size_t i) { return tip(i).y; });
+    fill(Slot::tipz, [&](std::size_t i) { return tip(i).z; });
+    if (!maps) return;
+    for (std::size_t i = 0; i < count; ++i) {
+      lanes.locations[i] = {roots[i], lanes.positions[i], lanes.uvs[i],
+                            lanes.rooted[i] ? surface_.get() : nullptr};
     }
-    block[Slot::index] = static_cast<float>(strand);
-    block[Slot::longest] = longest_;
-    if (readsAny({Slot::length, Slot::straightness})) {
-      const float size = polylineLength(points);
-      block[Slot::length] = size;
-      block[Slot::straightness] = size > 0.0f ? distance(start, tip) / size : 0.0f;
-    }
-    block[Slot::reach] = distance(start, tip);
-    if (program_.reads(Slot::lift)) {
-      const float rise = dot(kestrane::normalize(tip - start), normal);
-      block[Slot::lift] = math::asin(std::clamp(rise, -1.0f, 1.0f));
-    }
-    block[Slot::tipx] = tip.x;
-    block[Slot::tipy] = tip.y;
-    block[Slot::tipz] = tip.z;
-    if (maps) {
-      MapSample sample;
-      sample.root = root;
-      sample.position = position;
-      sample.uv = uv;
-      sample.surface = rooted ? surface_.get() : nullptr;
-      block.locations = sample;
-      block.hasLocations = rooted;
-    }
+    block.locations = lanes.locations.data();
+    block.hasLocations = lanes.rooted.data();
+  }
+
+  /// The slots of points, at all points of the strands.
+  void fillPoints(std::size_t first, std::size_t last, Lanes& lanes, ExpressionBlock& block) const {
+    const auto& offsets = strands_.offsets();
+    const std::size_t count = offsets[last] - offsets[first];
+    const Vec3f* points = strands_.points().data() + offsets[first];
+    const auto lane = [&](Slot slot) {
+      std::vector<float>& values = lanes.pointSlots[static_cast<std::size_t>(slot)];
+      if (values.size() < count) values.resize(count);
+      block[slot] = values.data();
+      return values.data();
+    };
+    const auto fill = [&](Slot slot, const auto& at) {
+      if (!program_.reads(slot)) return;
+      float* values = lane(slot);
+      for (std::size_t i = 0; i < count; ++i) values[i] = at(i);
+    };
+    /// give(values, points) per strand.
+    const auto fillEach = [&](Slot slot, const auto& give) {
+      if (!program_.reads(slot)) return;
+      float* values = lane(slot);
+      for (std::size_t s = first; s < last; ++s) {
+        const std::span<const Vec3f> own = strands_.strandPoints(s);
+        if (!own.empty()) give(values + (offsets[s] - offsets[first]), own);
+      }
+    };
+    fillEach(Slot::t, [](float* values, std::span<const Vec3f> own) {
+      arcShares(own, {values, own.size()});
+    });
+    fillEach(Slot::pt, [](float* values, std::span<const Vec3f> own) {
+      const float end = own.size() > 1 ? static_cast<float>(own.size() - 1) : 1.0f;
+      for (std::size_t i = 0; i < own.size(); ++i) values[i] = static_cast<float>(i) / end;
+    });
+    fill(Slot::px, [&](std::size_t i) { return points[i].x; });
+    fill(Slot::py, [&](std::size_t i) { return points[i].y; });
+    fill(Slot::pz, [&](std::size_t i) { return points[i].z; });
+    fillEach(Slot::pointIndex, [](float* values, std::span<const Vec3f> own) {
+      for (std::size_t i = 0; i < own.size(); ++i) values[i] = static_cast<float>(i);
+    });
   }
 
   Expression program_;
@@ -166,17 +248,29 @@ class BoundExpression {
 };
 
 /// A bound expression as the source of a field of numbers or vectors.
-template <class Base, class T>
-struct ExpressionSource final : Base {
+template <class T>
+struct ExpressionSource final : FieldSource<T> {
   ExpressionSource(BoundExpression e, const MapRef& m) : expression(std::move(e)), map(m) {
     this->perPoint = expression.perPoint();
     this->wholeSet = expression.program().readsWholeSet();
+    this->readsAhead = &expression.strands();
   }
   void values(std::size_t strand, std::span<T> out) const override {
     if (out.empty()) return;
     expression.values(strand, out);
+    scale(out);
+  }
+  void severalValues(std::size_t first, std::size_t last, std::span<T> out) const override {
+    expression.severalValues(first, last, out);
+    scale(out);
+  }
+  void scale(std::span<T> values) const {
     if (map.min == 0.0f && map.max == 1.0f) return;
-    for (T& value : out) value = map.scaled(value);
+    if constexpr (std::is_same_v<T, float>) {
+      map.scale(values);
+    } else {
+      for (T& value : values) value = map.scaled(value);
+    }
   }
 
   BoundExpression expression;
@@ -191,13 +285,12 @@ ScalarField expressionField(const std::string& param, const MapRef& map, const E
   if (bound.program().isConstant()) {
     return ScalarField(map.scaled(bound.program().evaluate({})));
   }
-  return ScalarField(
-      std::make_shared<ExpressionSource<ScalarField::Source, float>>(std::move(bound), map));
+  return ScalarField(std::make_shared<ExpressionSource<float>>(std::move(bound), map));
 }
 
 VectorField expressionVectorField(const std::string& param, const MapRef& map,
                                   const EvalContext& context, const FieldTarget& target) {
-  return VectorField(std::make_shared<ExpressionSource<VectorField::Source, Vec3f>>(
+  return VectorField(std::make_shared<ExpressionSource<Vec3f>>(
       BoundExpression(param, map, context, target, ExpressionType::vector), map));
 }
 

@@ -11,13 +11,51 @@
 
 namespace kestrane {
 
+namespace {
+
+/// How far readers look ahead: enough strands, or points, to make little of what it costs to begin,
+/// few enough that those read in vain at a loop's end do not count.
+constexpr std::size_t mostStrandsAhead = 128;
+constexpr std::size_t mostValuesAhead = 1024;
+
+}  // namespace
+
 float ScalarField::sample(std::size_t strand, std::size_t point) const {
   FieldReader reader(*this);
   return perPoint() ? reader.points(strand, point + 1)[point] : reader.strand(strand);
 }
 
+const float* FieldReader::ahead(std::size_t strand) {
+  const ScalarField::Source& source = *field_.source();
+  const StrandSet& strands = *source.readsAhead;
+  const auto& offsets = strands.offsets();
+  const auto placeOf = [&](std::size_t s) {
+    return source.perPoint ? offsets[s] - offsets[first_] : s - first_;
+  };
+  if (strand < first_ || strand >= last_) {
+    // A strand that does not follow the last one is read alone, as the next may be anywhere. Steps
+    // end at multiples of their size, as chunks of loops often do.
+    const bool follows = strand == last_ && strand == asked_ + 1;
+    stepSize_ = follows ? std::min(2 * stepSize_, mostStrandsAhead) : 1;
+    const auto endOfStep = [&] {
+      return std::min(strand - strand % stepSize_ + stepSize_, strands.strandCount());
+    };
+    first_ = strand;
+    last_ = endOfStep();
+    while (stepSize_ > 1 && placeOf(last_) > mostValuesAhead) {
+      stepSize_ /= 2;
+      last_ = endOfStep();
+    }
+    if (ahead_.size() < placeOf(last_)) ahead_.resize(placeOf(last_));
+    source.severalValues(first_, last_, {ahead_.data(), placeOf(last_)});
+  }
+  asked_ = strand;
+  return ahead_.data() + placeOf(strand);
+}
+
 float FieldReader::strand(std::size_t strand) {
   if (field_.isConstant()) return field_.constant();
+  if (field_.source()->readsAhead != nullptr && !field_.perPoint()) return *ahead(strand);
   float value = 0.0f;
   field_.source()->values(strand, {&value, 1});
   return value;
@@ -28,12 +66,13 @@ const float* FieldReader::points(std::size_t strand, std::size_t count) {
     if (buffer_.size() < count) buffer_.resize(count, field_.constant());
     return buffer_.data();
   }
-  if (buffer_.size() < count) buffer_.resize(count);
   if (field_.perPoint()) {
+    const StrandSet* strands = field_.source()->readsAhead;
+    if (strands != nullptr && count <= strands->strandPoints(strand).size()) return ahead(strand);
+    if (buffer_.size() < count) buffer_.resize(count);
     field_.source()->values(strand, {buffer_.data(), count});
   } else if (count > 0) {
-    field_.source()->values(strand, {buffer_.data(), 1});
-    std::fill_n(buffer_.begin() + 1, count - 1, buffer_[0]);
+    buffer_.assign(count, this->strand(strand));
   }
   return buffer_.data();
 }

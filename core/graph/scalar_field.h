@@ -14,6 +14,30 @@
 
 namespace kestrane {
 
+/// What stands behind a field that varies.
+template <class T>
+struct FieldSource {
+  virtual ~FieldSource() = default;
+  /// One value per point of the strand where perPoint, else one value.
+  virtual void values(std::size_t strand, std::span<T> out) const = 0;
+  /// The values of the strands from `first` on, up to `last`: one of each, or where perPoint one at
+  /// each of their points, strand after strand. Asked only of sources that set readsAhead.
+  virtual void severalValues(std::size_t first, std::size_t last, std::span<T> out) const;
+  bool perPoint = false;
+  bool wholeSet = false;
+  /// The strands that it is of, where many at once come cheaper than one after another.
+  const StrandSet* readsAhead = nullptr;
+};
+
+template <class T>
+void FieldSource<T>::severalValues(std::size_t first, std::size_t last, std::span<T> out) const {
+  for (std::size_t strand = first; strand < last; ++strand) {
+    const std::size_t count = perPoint ? readsAhead->strandPoints(strand).size() : 1;
+    if (count > 0) values(strand, out.first(count));
+    out = out.subspan(count);
+  }
+}
+
 /// One parameter, resolved for one evaluation: a number per strand or per point, wherever it comes
 /// from (a wire, then a map, then the plain value). Built before a parallel loop and read from all
 /// threads through FieldReaders; immutable.
@@ -34,14 +58,7 @@ class ScalarField {
   /// reads all points of a strand at once.
   float sample(std::size_t strand, std::size_t point = 0) const;
 
-  /// What stands behind a field that varies.
-  struct Source {
-    virtual ~Source() = default;
-    /// One value per point of the strand where perPoint, else one value.
-    virtual void values(std::size_t strand, std::span<float> out) const = 0;
-    bool perPoint = false;
-    bool wholeSet = false;
-  };
+  using Source = FieldSource<float>;
   explicit ScalarField(std::shared_ptr<const Source> source) : source_(std::move(source)) {}
   const Source* source() const { return source_.get(); }
 
@@ -50,7 +67,9 @@ class ScalarField {
   std::shared_ptr<const Source> source_;
 };
 
-/// Reads a field inside one chunk of a parallel loop, through a buffer of its own.
+/// Reads a field inside one chunk of a parallel loop, through buffers of its own. Who asks for one
+/// strand after another gets values that were worked out many strands at a time; the values are
+/// those of each strand alone.
 class FieldReader {
  public:
   explicit FieldReader(const ScalarField& field) : field_(field) {}
@@ -61,8 +80,16 @@ class FieldReader {
   const float* points(std::size_t strand, std::size_t count);
 
  private:
+  /// The values of a strand, among those read ahead.
+  const float* ahead(std::size_t strand);
+
   const ScalarField& field_;
   std::vector<float> buffer_;
+  // Values of the strands from first_ on, up to last_, read in one step of stepSize_ or less.
+  std::vector<float> ahead_;
+  std::size_t first_ = 0, last_ = 0;
+  std::size_t asked_ = 0;
+  std::size_t stepSize_ = 1;
 };
 
 /// Where a field is to be read: strands, the surface that they are rooted on, and the guides to
@@ -83,12 +110,7 @@ ScalarField bindParam(const Operator& op, std::string_view name, const EvalConte
 class VectorField {
  public:
   explicit VectorField(Vec3f constant) : constant_(constant) {}
-  struct Source {
-    virtual ~Source() = default;
-    virtual void values(std::size_t strand, std::span<Vec3f> out) const = 0;
-    bool perPoint = false;
-    bool wholeSet = false;
-  };
+  using Source = FieldSource<Vec3f>;
   explicit VectorField(std::shared_ptr<const Source> source) : source_(std::move(source)) {}
   bool isConstant() const { return source_ == nullptr; }
   Vec3f constant() const { return constant_; }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <span>
 #include <string>
 
 #include "core/base/vec.h"
@@ -57,6 +58,13 @@ struct MapRef {
     // Doubles hold what overflowed on the way.
     const double wide = min + (static_cast<double>(max) - min) * s;
     return static_cast<float>(std::clamp<double>(wide, -FLT_MAX, FLT_MAX));
+  }
+  /// The same of many, in place.
+  void scale(std::span<float> samples) const {
+    const float range = max - min;
+    bool finite = true;
+    for (const float s : samples) finite &= std::fabs(min + range * s) <= FLT_MAX;
+    for (float& s : samples) s = finite ? min + range * s : scaled(s);
   }
   Vec3f scaled(Vec3f s) const { return {scaled(s.x), scaled(s.y), scaled(s.z)}; }
 
