@@ -93,12 +93,15 @@ ScalarField textureField(const MapRef& map, const EvalContext& context, const Fi
 }
 
 ScalarField colorSetField(const MapRef& map, const FieldTarget& target) {
-  if (!target.surface || !target.surface->colorSets().contains(map.text)) {
-    throw GraphError("the scalp has no color set '" + map.text + "'");
+  const std::vector<Vec4f>* colors = nullptr;
+  if (target.surface) {
+    const auto found = target.surface->colorSets().find(map.text);
+    if (found != target.surface->colorSets().end()) colors = &found->second;
   }
+  if (colors == nullptr) throw GraphError("the scalp has no color set '" + map.text + "'");
   const auto& roots = target.strands->roots();
-  return perStrand([map, surface = target.surface, &roots](std::size_t strand) {
-    return map.scaled(componentOf(surface->colorAt(map.text, roots[strand]), map.component));
+  return perStrand([map, surface = target.surface, colors, &roots](std::size_t strand) {
+    return map.scaled(componentOf(surface->colorAt(*colors, roots[strand]), map.component));
   });
 }
 
