@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/bench_groom.h"
 #include "bench/support/expression_points.h"
+#include "core/data/polyline.h"
 #include "core/expr/expression.h"
 #include "core/expr/noise.h"
+#include "core/graph/map_fields.h"
 
 namespace kestrane {
 namespace {
@@ -42,16 +45,17 @@ void blocksOfPoints(benchmark::State& state) {
 BENCHMARK(blocksOfPoints)->Arg(17)->Arg(benchFormulaPoints)->Arg(1'000'000 * 17);
 
 /// The formula as the compiler sees it: what nobody who writes it at run time can hope for.
+constexpr auto formulaByLambda = [](float x, float u, float v, float t) {
+  const float wave = std::clamp(std::sin(x * 6.28f) * 0.5f + 0.5f, 0.0f, 1.0f);
+  return wave * (u + (v - u) * t) + std::pow(t, 1.5f);
+};
+
 void blocksOfPointsByLambda(benchmark::State& state) {
   const ExpressionPoints points(static_cast<std::size_t>(state.range(0)));
   std::vector<float> out(points.size());
-  const auto formula = [](float x, float u, float v, float t) {
-    const float wave = std::clamp(std::sin(x * 6.28f) * 0.5f + 0.5f, 0.0f, 1.0f);
-    return wave * (u + (v - u) * t) + std::pow(t, 1.5f);
-  };
   for (auto _ : state) {
     for (std::size_t i = 0; i < out.size(); ++i) {
-      out[i] = formula(points.x[i], points.u[i], points.v[i], points.t[i]);
+      out[i] = formulaByLambda(points.x[i], points.u[i], points.v[i], points.t[i]);
     }
     benchmark::DoNotOptimize(out.data());
     benchmark::ClobberMemory();
@@ -60,6 +64,94 @@ void blocksOfPointsByLambda(benchmark::State& state) {
   state.SetItemsProcessed(state.range(0) * state.iterations());
 }
 BENCHMARK(blocksOfPointsByLambda)->Arg(17)->Arg(benchFormulaPoints)->Arg(1'000'000 * 17);
+
+/// Strands of 17 points on the benchmarks' scalp.
+struct FormulaStrands {
+  ScalpMeshPtr scalp = benchScalp();
+  StrandSet strands;
+
+  explicit FormulaStrands(std::int64_t count) {
+    Vec3f points[17];
+    for (std::int64_t i = 0; i < count; ++i) {
+      const auto face = static_cast<std::size_t>(i) * scalp->triangleCount() / count;
+      const StrandRoot root{static_cast<std::int32_t>(face), 0.25f, 0.5f};
+      const Vec3f start = scalp->positionAt(root), normal = scalp->normalAt(root);
+      for (int k = 0; k < 17; ++k) points[k] = start + normal * (0.1f * static_cast<float>(k));
+      strands.addStrand(static_cast<std::uint64_t>(i), root, points);
+    }
+  }
+};
+
+/// Argument 0: strands. What a node does with a formula on a parameter.
+void strandsOfField(benchmark::State& state) {
+  const FormulaStrands given(state.range(0));
+  const ScalarField field = detail::expressionField(
+      "formula", {MapSource::expression, benchFormula}, {}, {&given.strands, given.scalp});
+  std::vector<float> out(given.strands.pointCount());
+  const auto& offsets = given.strands.offsets();
+  for (auto _ : state) {
+    FieldReader reader(field);
+    for (std::size_t s = 0; s < given.strands.strandCount(); ++s) {
+      const std::size_t count = offsets[s + 1] - offsets[s];
+      std::copy_n(reader.points(s, count), count, out.data() + offsets[s]);
+    }
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(out.size()) * state.iterations());
+}
+BENCHMARK(strandsOfField)->Arg(10'000);
+
+/// The same with the formula compiled into the loop.
+void strandsOfFieldByLambda(benchmark::State& state) {
+  const FormulaStrands given(state.range(0));
+  std::vector<float> out(given.strands.pointCount()), t;
+  const auto& offsets = given.strands.offsets();
+  for (auto _ : state) {
+    for (std::size_t s = 0; s < given.strands.strandCount(); ++s) {
+      const std::span<const Vec3f> points = given.strands.strandPoints(s);
+      t.resize(points.size());
+      arcShares(points, t);
+      const StrandRoot root = given.strands.roots()[s];
+      const float x = given.scalp->positionAt(root).x;
+      const Vec2f uv = given.scalp->uvAt(root);
+      for (std::size_t i = 0; i < points.size(); ++i) {
+        out[offsets[s] + i] = formulaByLambda(x, uv.x, uv.y, t[i]);
+      }
+    }
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(out.size()) * state.iterations());
+}
+BENCHMARK(strandsOfFieldByLambda)->Arg(10'000);
+
+/// Argument 0: strands. The default graph with formulas on Width and on Noise, of points and of
+/// strands; the nodes' milliseconds among the counters.
+void groomWithExpressions(benchmark::State& state) {
+  BenchGroom groom(state.range(0));
+  const auto formula = [](const char* text) { return MapRef{MapSource::expression, text}; };
+  groom.set("noise", "amplitude", formula("0.1 + 0.2 * fbm(P * 0.5, 2) * t"));
+  groom.set("noise", "fraction", formula("0.75 + 0.25 * sin(u * 40) * v"));
+  double width = 0.004;
+  for (auto _ : state) {
+    // Another range each time, so that the nodes run again.
+    MapRef map = formula(benchFormula);
+    map.max = static_cast<float>(width += 0.0001);
+    groom.set("width", "width", map);
+    map = formula("0.1 + 0.2 * fbm(P * 0.5, 2) * t");
+    map.max = static_cast<float>(1.0 + width);
+    groom.set("noise", "amplitude", map);
+    groom.evaluate();
+  }
+  state.counters["noise_ms"] = groom.nodeTime("noise");
+  state.counters["width_ms"] = groom.nodeTime("width");
+}
+BENCHMARK(groomWithExpressions)
+    ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(5);
 
 void blocksOfNegativePowers(benchmark::State& state) {
   evaluateBlocks(state, "(x - 1e5) ^ 3 + sin(x * 1e9)");
