@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
+#include <cassert>
 
 #include "core/base/lanes.h"
 #include "core/expr/evaluate.h"
@@ -489,6 +490,7 @@ void ChunkRun::runProgram() {
 template <class Give>
 void runBlock(const Expression& expression, const ExpressionBlock& block, std::size_t count,
               Give&& give) {
+  assert(block.groups.empty() || (block.groups.front() == 0 && block.groups.back() >= count));
   Operand stack[deepestStack];
   alignas(64) float buffers[bufferFloats];
   ChunkRun run(expression, block, stack, buffers);

@@ -58,6 +58,8 @@ std::vector<std::string> programs() {
       "pick(x, 0, 9) + pick(x, y, z, u, v, x)",
       "choose(fract(x), u, y, z) + cycle(x, 0, y)",
       "rand(x) + rand(1) + hash(x) + hash(u)",
+      "rand(t) * x + rand(pt) * rand(1) + map('m') * pz",
+      "mix(x + 1, pt, t) * P - [px, 2, y + z] / pointP",
       "weight + clumpId * 2 + missing",
       "clumpId > 2 ? weight : P.y",
       "noise(P) + noise(x, u, z) + fbm(P, x) + turbulence(P * y, 2, x, y)",
@@ -284,8 +286,9 @@ std::vector<std::uint32_t> groupsOf(std::initializer_list<std::uint32_t> sizes) 
 
 TEST(ExpressionBlocks, OfGroupsGiveTheBitsOfSingleEvaluations) {
   // Strands of one length, of many, of more points than fit a chunk, and of none at all in number.
-  std::vector<std::uint32_t> sparse(600, 0);
-  sparse.insert(sparse.end(), {5, 5, 6, 40, 1000});
+  std::vector<std::uint32_t> sparse = {0, 0, 5};
+  sparse.resize(600, 8);
+  sparse.insert(sparse.end(), {13, 14, 40, 1000});
   Elements elements;
   ExpressionBlock& block = elements.block;
   for (const auto& groups : {groupsOf({17}), groupsOf({1}), groupsOf({3, 0, 17, 1, 400, 0, 0, 2}),

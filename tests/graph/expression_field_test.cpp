@@ -294,6 +294,15 @@ TEST_F(ManyStrands, NoStrandIsReadInVainUnlessItFollowsTheLast) {
     }
     EXPECT_LE(source->asked, 2 * needed);
 
+    // Ever farther on, to just where a step would end.
+    source->asked = needed = 0;
+    FieldReader leaping(field);
+    for (const std::size_t s : {4, 5, 6, 8, 16, 32, 64, 128}) {
+      read(leaping, s);
+      needed += sizeOf(s);
+    }
+    EXPECT_LE(source->asked, 2 * needed);
+
     source->asked = source->readings = needed = 0;
     FieldReader inARow(field);
     for (std::size_t s = 128; s < 256; ++s) {
