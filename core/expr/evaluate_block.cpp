@@ -25,8 +25,9 @@ namespace detail {
 namespace {
 
 /// The most elements that are worked on at once: few enough that a stack of them stays in the
-/// nearest cache, enough to make little of what an instruction costs.
-constexpr std::size_t mostElements = 256;
+/// nearest cache, enough to make little of what an instruction costs. A little more than 16 strands
+/// of 17 points.
+constexpr std::size_t mostElements = 288;
 
 /// Buffers beyond the stack, for operands that would be overwritten too early and for values of
 /// groups that are spread over elements.

@@ -258,7 +258,7 @@ TEST(ExpressionBlocks, OfEverySizeFillJustTheirElements) {
     const Expression expression = compiled(text);
     const auto channels = elements.channelsOf(expression);
     elements.block.channels = channels;
-    for (const std::size_t count : {0, 1, 2, 17, 127, 128, 129, 255, 256, 257}) {
+    for (const std::size_t count : {0, 1, 2, 17, 127, 128, 129, 287, 288, 289}) {
       elements.block.count = count;
       std::vector<float> out(count + 1, -123.0f);
       expression.evaluateBlock(elements.block, std::span(out));
@@ -298,7 +298,7 @@ TEST(ExpressionBlocks, OfGroupsGiveTheBitsOfSingleEvaluations) {
       const Expression expression = compiled(text);
       const auto channels = elements.channelsOf(expression);
       block.channels = channels;
-      for (const std::size_t count : {1, 18, 256, 1000}) {
+      for (const std::size_t count : {1, 18, 288, 1000}) {
         block.count = count;
         expectSameBits(expression, block);
         if (HasFatalFailure()) return;
