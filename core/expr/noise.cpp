@@ -20,17 +20,17 @@ constexpr double squareRoot(double x) {
 /// Directions spread evenly over the sphere by the golden angle (Vogel 1979), computed by the
 /// compiler so that no C library has a say. Their length puts the noise's extremes, which lie at
 /// cell centres, at -1 and 1.
-constexpr std::array<detail::Float4, 256> makeGradients() {
+constexpr std::array<Float4, 256> makeGradients() {
   constexpr double count = 256.0;
   constexpr double cosine = -0.7373688780783197, sine = 0.6754902942615238;
   const double size = 2.0 / squareRoot(3.0);
-  std::array<detail::Float4, 256> result = {};
+  std::array<Float4, 256> result = {};
   double c = 1.0, s = 0.0;
   for (std::size_t i = 0; i < result.size(); ++i) {
     const double z = 1.0 - (2.0 * static_cast<double>(i) + 1.0) / count;
     const double r = squareRoot(1.0 - z * z) * size;
-    result[i] = detail::Float4{static_cast<float>(c * r), static_cast<float>(s * r),
-                               static_cast<float>(z * size), 0.0f};
+    result[i] = Float4{static_cast<float>(c * r), static_cast<float>(s * r),
+                       static_cast<float>(z * size), 0.0f};
     const double turned = c * cosine - s * sine;
     s = c * sine + s * cosine;
     c = turned;
@@ -78,7 +78,7 @@ std::uint64_t foldCell(std::uint64_t seed, std::int64_t coordinate) {
 
 }  // namespace
 
-constexpr std::array<detail::Float4, 256> detail::gradients = makeGradients();
+constexpr std::array<Float4, 256> detail::gradients = makeGradients();
 
 float fbm(Vec3f p, const NoiseOctaves& octaves) {
   return sumOctaves<float>(

@@ -6,30 +6,12 @@
 #include <array>
 #include <cstdint>
 
+#include "core/base/lanes.h"
 #include "core/base/vec.h"
 
 namespace kestrane {
 
 namespace detail {
-
-/// Four floats that are added and multiplied at once.
-#if defined(__GNUC__)
-using Float4 = float __attribute__((vector_size(16)));
-#else
-struct alignas(16) Float4 {
-  float lane[4];
-  constexpr float operator[](int i) const { return lane[i]; }
-  friend Float4 operator*(Float4 a, float s) {
-    return {a.lane[0] * s, a.lane[1] * s, a.lane[2] * s, a.lane[3] * s};
-  }
-  friend Float4 operator*(Float4 a, Float4 b) {
-    return {a[0] * b[0], a[1] * b[1], a[2] * b[2], a[3] * b[3]};
-  }
-  friend Float4 operator+(Float4 a, Float4 b) {
-    return {a[0] + b[0], a[1] + b[1], a[2] + b[2], a[3] + b[3]};
-  }
-};
-#endif
 
 /// The directions of gradient noise, the fourth number of each being 0.
 extern const std::array<Float4, 256> gradients;
@@ -89,7 +71,7 @@ inline std::array<float, count> gradientNoises(Vec3f p, std::uint64_t seed) {
     const int i = corner & 1, j = corner >> 1 & 1, k = corner >> 2;
     const std::uint64_t hash = x.hash[i] ^ y.hash[j] ^ z.hash[k];
     const float share = x.share[i] * y.share[j] * z.share[k];
-    const Float4 offset = Float4{x.offset[i], y.offset[j], z.offset[k], 0.0f} * share;
+    const Float4 offset = Float4{x.offset[i], y.offset[j], z.offset[k], 0.0f} * splat(share);
     for (int n = 0; n < count; ++n) {
       const std::uint64_t own = foldNoiseHash(seed + static_cast<std::uint64_t>(n));
       sums[n] = sums[n] + gradientOf(hash ^ own) * offset;
