@@ -51,54 +51,62 @@ void defaultGraphFirstByOneCore(benchmark::State& state) {
   growFirst(state, 1);
 }
 
-void threeGuidesMoved(benchmark::State& state) {
-  BenchGroom groom(state.range(0));
+/// One edit after another, as they come while somebody drags: edit(groom, number), then
+/// after(groom, milliseconds). The first one is not measured, as it alone finds no arrays to use
+/// again.
+template <class Edit, class After>
+void drag(benchmark::State& state, BenchGroom& groom, const Edit& edit, const After& after) {
   groom.evaluate();
-  float lean = 0.0f;
+  int number = 0;
+  edit(groom, number++);
+  groom.evaluate();
   for (auto _ : state) {
     state.PauseTiming();
-    const auto moved = groom.threeGuidesMoved(lean += 0.05f);
+    edit(groom, number++);
     state.ResumeTiming();
-    groom.session.setGuides(moved);
+    const auto start = std::chrono::steady_clock::now();
     groom.evaluate();
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    after(groom, time.count());
   }
   groom.countNodeTimes(state);
   countStrands(state, groom);
+}
+void nothingAfter(BenchGroom&, double) {}
+
+void threeGuidesMoved(benchmark::State& state) {
+  BenchGroom groom(state.range(0));
+  drag(
+      state, groom,
+      [](BenchGroom& g, int n) {
+        g.session.setGuides(g.threeGuidesMoved(0.05f * static_cast<float>(n + 1)));
+      },
+      nothingAfter);
 }
 
 /// The last node but one: Width and Resample run.
 void widthSliderMoved(benchmark::State& state) {
   BenchGroom groom(state.range(0));
-  groom.evaluate();
-  double width = 0.007;
-  for (auto _ : state) {
-    state.PauseTiming();
-    groom.set("width", "width", width += 0.0001);
-    state.ResumeTiming();
-    groom.evaluate();
-  }
-  countStrands(state, groom);
+  drag(
+      state, groom, [](BenchGroom& g, int n) { g.set("width", "width", 0.0071 + 0.0001 * n); },
+      nothingAfter);
 }
 
 /// The last node's slider, one that leaves its result as it is. The counter is what an evaluation
 /// takes beyond the node's own time.
 void lastSliderMoved(benchmark::State& state) {
   BenchGroom groom(state.range(0));
-  groom.evaluate();
-  std::int64_t fewest = 3;
-  double beyond = 0.0;
-  for (auto _ : state) {
-    state.PauseTiming();
-    groom.set("resample", "minSegments", fewest = 19 - fewest);
-    state.ResumeTiming();
-    const auto start = std::chrono::steady_clock::now();
-    groom.evaluate();
-    const std::chrono::duration<double, std::milli> whole =
-        std::chrono::steady_clock::now() - start;
-    beyond += whole.count() - groom.nodeTime("resample");
-  }
-  state.counters["beyond_ms"] = beyond / static_cast<double>(state.iterations());
-  countStrands(state, groom);
+  double evaluations = 0.0, nodes = 0.0;
+  drag(
+      state, groom,
+      [](BenchGroom& g, int n) {
+        g.set("resample", "minSegments", std::int64_t{3 + 13 * (n % 2)});
+      },
+      [&](BenchGroom& g, double milliseconds) {
+        evaluations += milliseconds;
+        nodes += g.nodeTime("resample");
+      });
+  state.counters["beyond_ms"] = (evaluations - nodes) / static_cast<double>(state.iterations());
 }
 
 /// A new pose of the scalp: guides follow it, and everything grows anew.
