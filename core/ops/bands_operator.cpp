@@ -157,6 +157,7 @@ class BandsOp final : public StrandOperator {
     ColorSpans colors;
     if (byRgb) colors = writePointColor(edit);
 
+    const bool drawsGuards = guardsBy == "random" || guards <= 0.0f || guards >= 1.0f;
     edit.run(128, [&](const StrandRange& strands) {
       FieldReader strength(strengthField);
       std::vector<float> shares, values;
@@ -164,9 +165,8 @@ class BandsOp final : public StrandOperator {
         const std::uint64_t id = in.ids()[strand];
         const std::span<const Vec3f> points = in.strandPoints(strand);
         const std::size_t first = in.offsets()[strand];
-        const bool guard = guardsBy == "random" || guards <= 0.0f || guards >= 1.0f
-                               ? hashPick(hashCombine(id, seed ^ guardSalt), guards)
-                               : polylineLength(points) >= guardLength;
+        const bool guard = drawsGuards ? hashPick(hashCombine(id, seed ^ guardSalt), guards)
+                                       : polylineLength(points) >= guardLength;
         shares.assign(points.size(), 0.0f);
         const float* amount = strength.points(strand, points.size());
         const float melanin =
@@ -214,8 +214,12 @@ class BandsOp final : public StrandOperator {
   static void mixPigment(const float* perPoint, std::size_t first, float perStrand, float band,
                          std::span<const float> shares, std::span<float> out) {
     float* result = out.data() + first;
-    for (std::size_t i = 0; i < shares.size(); ++i) {
-      result[i] = lerp(perPoint ? perPoint[first + i] : perStrand, band, shares[i]);
+    if (perPoint == nullptr) {
+      for (std::size_t i = 0; i < shares.size(); ++i) result[i] = lerp(perStrand, band, shares[i]);
+    } else {
+      for (std::size_t i = 0; i < shares.size(); ++i) {
+        result[i] = lerp(perPoint[first + i], band, shares[i]);
+      }
     }
   }
 

@@ -217,6 +217,9 @@ class HairColorOp final : public StrandOperator {
     removePointColors(edit);
     if (tips) pointColors = writePointColor(edit);
 
+    // The share of the RGB look, where no parameter tells it.
+    const bool sharesAlike = source == "auto";
+    const float sharedAmount = byRgb ? 1.0f : 0.0f;
     edit.run(256, [&](const StrandRange& strands) {
       FieldReader melanin(melaninField), redness(rednessField), greys(greysField);
       FieldReader tipStrength(tipField), dyeAmount(dyeAmountField);
@@ -251,8 +254,8 @@ class HairColorOp final : public StrandOperator {
         rednesses[strand] = red;
         hues[strand] = hue;
         saturations[strand] = saturation;
-        dyeAmounts[strand] = source == "auto" ? (byRgb ? 1.0f : 0.0f)
-                                              : std::clamp(dyeAmount.strand(strand), 0.0f, 1.0f);
+        dyeAmounts[strand] =
+            sharesAlike ? sharedAmount : std::clamp(dyeAmount.strand(strand), 0.0f, 1.0f);
         if (dyes) dyeSpans.set(strand, dye);
         if (!byRgb) continue;
 

@@ -97,25 +97,32 @@ void Ramp::evaluate(std::span<const float> places, std::span<float> values) cons
     for (std::size_t i = 0; i < places.size(); ++i) values[i] = evaluate(places[i]);
     return;
   }
-  const float begin = keys_.front().position;
-  std::fill(values.begin(), values.end(), keys_.front().value);
-  for (std::size_t k = 0; k < segments_.size(); ++k) {
-    evaluateFrom(segments_[k], begin, keys_[k].position, places, values);
-  }
-  for (std::size_t i = 0; i < places.size(); ++i) {
-    const bool past = places[i] > begin && places[i] >= keys_.back().position;
-    values[i] = past ? keys_.back().value : values[i];
-  }
+  evaluateSideBySide(places, values);
 }
 
-KESTRANE_WIDE void Ramp::evaluateFrom(const Segment& segment, float begin, float position,
-                                      std::span<const float> places, std::span<float> values) {
+KESTRANE_WIDE void Ramp::evaluateSideBySide(std::span<const float> places,
+                                            std::span<float> values) const {
+  const float* const t = places.data();
+  float* const out = values.data();
+  const Key first = keys_.front(), last = keys_.back();
+  for (std::size_t i = 0; i < places.size(); ++i) out[i] = first.value;
+  // Each segment's value stands until one that begins farther on overwrites it.
+  for (std::size_t k = 0; k < segments_.size(); ++k) {
+    const Segment segment = segments_[k];
+    const float from = keys_[k].position;
+#if defined(__GNUC__)
+#pragma GCC ivdep
+#endif
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      const float value = segment.at(t[i]);
+      out[i] = (t[i] > first.position) & (t[i] >= from) ? value : out[i];
+    }
+  }
 #if defined(__GNUC__)
 #pragma GCC ivdep
 #endif
   for (std::size_t i = 0; i < places.size(); ++i) {
-    const float t = places[i], value = segment.at(t);
-    values[i] = (t > begin) & (t >= position) ? value : values[i];
+    out[i] = (t[i] > first.position) & (t[i] >= last.position) ? last.value : out[i];
   }
 }
 

@@ -52,9 +52,8 @@ class Ramp {
       return static_cast<float>(value + u * (slope + u * (square + u * cube)));
     }
   };
-  /// Puts a segment's values at the places from its position on that lie past the ramp's begin.
-  static void evaluateFrom(const Segment& segment, float begin, float position,
-                           std::span<const float> places, std::span<float> values);
+  /// evaluate() with every segment worked out at every place, which suits few segments.
+  void evaluateSideBySide(std::span<const float> places, std::span<float> values) const;
 
   std::vector<Key> keys_;
   std::vector<Segment> segments_;  // one fewer than keys
