@@ -65,7 +65,7 @@ TEST(Noise, CornersHashAsDocumented) {
                     static_cast<std::uint64_t>(cell[2]) * 0x165667B19E3779F9u ^ seed;
   h = (h ^ h >> 29) * 0xBF58476D1CE4E5B9u;
   h ^= h >> 32;
-  const detail::Float4 gradient = detail::gradients[(h & 0xFFFF) >> 4 & 0xFF];
+  const Float4 gradient = detail::gradients[(h & 0xFFFF) >> 4 & 0xFF];
   for (int axis = 0; axis < 3; ++axis) {
     Vec3f p = {static_cast<float>(cell[0]), static_cast<float>(cell[1]),
                static_cast<float>(cell[2])};
@@ -84,7 +84,7 @@ TEST(Noise, VectorNoiseIsThreeNoisesOfSuccessiveSeeds) {
 
 TEST(Noise, GradientsAreSpreadOverTheSphere) {
   Vec3f sum;
-  for (const detail::Float4& g : detail::gradients) {
+  for (const Float4& g : detail::gradients) {
     const Vec3f v = {g[0], g[1], g[2]};
     EXPECT_NEAR(length(v), 2.0f / std::sqrt(3.0f), 1e-6f);
     EXPECT_EQ(g[3], 0.0f);
