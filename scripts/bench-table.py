@@ -38,6 +38,7 @@ OWN_KEYS = {"name", "run_name", "run_type", "family_index", "per_family_instance
 QUICK = "|".join([
     r"^operator(ByCopying)?/[A-Za-z]+/1000000/",
     r"^blocksOfPoints(By[A-Za-z]+)?/170000$",
+    r"^strandsOfField(By[A-Za-z]+)?/10000$",
     r"^closestPoint(By[A-Za-z]+)?/ktris:100/height:(0/|100/random:0)",
     r"^subdivisionPoints(By[A-Za-z]+)?/levels:2$",
     r"^formatFloats(By[A-Za-z]+)?/",
