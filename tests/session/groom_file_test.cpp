@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include "core/base/json.h"
 #include "core/base/parallel.h"
 #include "tests/session/groom_fixtures.h"
+#include "tests/support/temp_folder.h"
 
 namespace kestrane {
 namespace {
@@ -21,9 +21,16 @@ using test::makeDocument;
 using testing::HasSubstr;
 using testing::Not;
 
-std::string temporaryPath(const std::string& name) {
-  return (std::filesystem::path(testing::TempDir()) / (std::to_string(getpid()) + name)).string();
-}
+/// Files of a test, gone with it.
+class GroomFile : public testing::Test {
+ protected:
+  GroomFile() { std::filesystem::create_directories(folder_); }
+  ~GroomFile() override { std::filesystem::remove_all(folder_); }
+  std::string temporaryPath(const std::string& name) const { return folder_ + name; }
+
+ private:
+  const std::string folder_ = test::tempFolder("groom_file");
+};
 
 /// A scalp large enough for its arrays to be written and read in many slices.
 GroomDocument largeDocument() {
@@ -37,13 +44,13 @@ GroomDocument largeDocument() {
   return document;
 }
 
-TEST(GroomFile, EveryFieldReturns) {
+TEST_F(GroomFile, EveryFieldReturns) {
   const GroomDocument document = makeDocument();
   expectSameDocument(document, parseGroomFile(groomFileText(document)));
   expectSameDocument(GroomDocument{}, parseGroomFile(groomFileText(GroomDocument{})));
 }
 
-TEST(GroomFile, LargeArraysReturnAndTheTextIsTheSameAtEveryThreadCountThreads) {
+TEST_F(GroomFile, LargeArraysReturnAndTheTextIsTheSameAtEveryThreadCountThreads) {
   const GroomDocument document = largeDocument();
   std::string texts[2];
   for (const std::size_t threads : {1, 8}) {
@@ -57,7 +64,7 @@ TEST(GroomFile, LargeArraysReturnAndTheTextIsTheSameAtEveryThreadCountThreads) {
   expectSameDocument(document, readGroomFile(path));
 }
 
-TEST(GroomFile, TheTextIsPlainJsonInTheOrderOfTheFormat) {
+TEST_F(GroomFile, TheTextIsPlainJsonInTheOrderOfTheFormat) {
   const Json json = Json::parse(groomFileText(makeDocument()));
   std::vector<std::string> keys;
   for (const auto& [key, value] : json.items()) keys.push_back(key);
@@ -80,7 +87,7 @@ TEST(GroomFile, TheTextIsPlainJsonInTheOrderOfTheFormat) {
 }
 
 /// Also within what has a writer of its own: a reader with types takes `0` for something else.
-TEST(GroomFile, FloatsStayFloatsToEveryReader) {
+TEST_F(GroomFile, FloatsStayFloatsToEveryReader) {
   GroomDocument document = makeDocument();
   auto guides = std::make_shared<GuideHierarchy>(*document.hierarchy);
   guides->updateFromScalp(document.scalp.mesh.get());
@@ -111,7 +118,7 @@ TEST(GroomFile, FloatsStayFloatsToEveryReader) {
   EXPECT_EQ(groomFileText(parseGroomFile(text)), text);
 }
 
-TEST(GroomFile, ARestPoseIsWrittenWhereItDiffers) {
+TEST_F(GroomFile, ARestPoseIsWrittenWhereItDiffers) {
   GroomDocument document = makeDocument();
   const ScalpMesh scalp = *document.scalp.mesh;
   for (const float shift : {0.0f, 0.5f}) {
@@ -123,13 +130,13 @@ TEST(GroomFile, ARestPoseIsWrittenWhereItDiffers) {
   }
 }
 
-TEST(GroomFile, AnEmptyGroomWritesLittle) {
+TEST_F(GroomFile, AnEmptyGroomWritesLittle) {
   EXPECT_EQ(groomFileText(GroomDocument{}),
             R"({"format":"kestrane.groom","version":1,"units":"cm","upAxis":"Y"})");
 }
 
 /// Names that look like what the format's writers use between themselves.
-TEST(GroomFile, TheMarkOfArraysNeverAppears) {
+TEST_F(GroomFile, TheMarkOfArraysNeverAppears) {
   GroomDocument document = makeDocument();
   document.source = "@kestrane.floats:0@";
   document.controls["@kestrane.floats:1@"] = 1.0;
@@ -143,7 +150,7 @@ TEST(GroomFile, TheMarkOfArraysNeverAppears) {
 }
 
 /// The same groom in texts that only the plain parser takes, or that others may write.
-TEST(GroomFile, OtherFormsOfTheSameGroom) {
+TEST_F(GroomFile, OtherFormsOfTheSameGroom) {
   const GroomDocument document = makeDocument();
   const std::string text = groomFileText(document);
   expectSameDocument(document, parseGroomFile(Json::parse(text).dump(2)));
@@ -163,7 +170,7 @@ TEST(GroomFile, OtherFormsOfTheSameGroom) {
   expectSameDocument(document, parseGroomFile(json.dump(-1, ' ', true)));
 }
 
-TEST(GroomFile, NullIsZeroAndBlankDocumentsAreNone) {
+TEST_F(GroomFile, NullIsZeroAndBlankDocumentsAreNone) {
   const GroomDocument document = parseGroomFile(R"({"format":"kestrane.groom","graph":" ",
       "hierarchy":"","flow":" ","simCaches":"\n","guides":[{"id":3,"points":[null,1,-0.0]}]})");
   EXPECT_TRUE(document.graph.is_null());
@@ -176,7 +183,7 @@ TEST(GroomFile, NullIsZeroAndBlankDocumentsAreNone) {
   EXPECT_EQ(document.guides[0].root, StrandRoot{});
 }
 
-TEST(GroomFile, AMeshWithoutTriangles) {
+TEST_F(GroomFile, AMeshWithoutTriangles) {
   GroomDocument document;
   document.scalp.mesh = std::make_shared<const ScalpMesh>();
   const GroomDocument back = parseGroomFile(groomFileText(document));
@@ -193,7 +200,7 @@ void expectWriteFails(const GroomDocument& document, const std::string& message)
   }
 }
 
-TEST(GroomFile, NonFiniteValuesStopTheWrite) {
+TEST_F(GroomFile, NonFiniteValuesStopTheWrite) {
   const auto breakAt = [](std::vector<Vec3f> points) {
     points[2].y = NAN;
     return points;
@@ -232,7 +239,7 @@ TEST(GroomFile, NonFiniteValuesStopTheWrite) {
 }
 
 /// Numbers of the documents that have writers of their own.
-TEST(GroomFile, NonFiniteValuesInsideStopTheWriteToo) {
+TEST_F(GroomFile, NonFiniteValuesInsideStopTheWriteToo) {
   const auto expectRefused = [](const std::string& key, int index, auto breakIt) {
     GroomDocument document = makeDocument();
     breakIt(document);
@@ -279,7 +286,7 @@ void expectFileFails(const std::function<void()>& run, const std::string& messag
   }
 }
 
-TEST(GroomFile, FilesThatCannotBeReadOrWritten) {
+TEST_F(GroomFile, FilesThatCannotBeReadOrWritten) {
   const std::string missing = temporaryPath("missing/there.groom");
   expectFileFails([&] { (void)readGroomFile(missing); }, "cannot read '" + missing + "'");
   expectFileFails([&] { writeGroomFile(missing, makeDocument()); },
@@ -289,7 +296,7 @@ TEST(GroomFile, FilesThatCannotBeReadOrWritten) {
                   "cannot write '" + folder + "'");
 }
 
-TEST(GroomFile, AFailedWriteLeavesTheOldFile) {
+TEST_F(GroomFile, AFailedWriteLeavesTheOldFile) {
   const std::string path = temporaryPath("kept.groom");
   writeGroomFile(path, makeDocument());
   const std::string before = readWholeFile(path);

@@ -116,6 +116,7 @@ TEST(PaintedMaps, TexturesAreReadWhereThePathsLead) {
   writeWholeFile((folder / "map.ppm").string(),
                  std::string("P6\n2 1\n255\n\x00\x00\x00\x00\x00\x00", 17));
   EXPECT_NE(map.revision, maps.find("color", resolve).revision);
+  std::filesystem::remove_all(folder);
 }
 
 TEST(PaintedMaps, RevisionsFollowValuesAndTopology) {
