@@ -4,19 +4,10 @@
 #include <algorithm>
 #include <cassert>
 
+#include "core/base/independent_loop.h"
 #include "core/base/lanes.h"
 #include "core/expr/evaluate.h"
 #include "core/expr/math_rules.h"
-
-// A loop whose iterations touch no element of each other, so that it may be vectorised although
-// its operands lie where its result goes.
-#if defined(__clang__)
-#define KESTRANE_INDEPENDENT_LOOP _Pragma("clang loop vectorize(assume_safety)")
-#elif defined(__GNUC__)
-#define KESTRANE_INDEPENDENT_LOOP _Pragma("GCC ivdep")
-#else
-#define KESTRANE_INDEPENDENT_LOOP
-#endif
 
 namespace kestrane {
 

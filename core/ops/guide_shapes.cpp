@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/base/independent_loop.h"
 #include "core/base/parallel.h"
 #include "core/data/polyline.h"
 
@@ -46,9 +47,7 @@ KESTRANE_WIDE void addTurned(const Rotation& turn, const float* offsets, std::si
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const float mx = m[3 * axis], my = m[3 * axis + 1], mz = m[3 * axis + 2];
     float* const sum = sums + axis * count;
-#if defined(__GNUC__)
-#pragma GCC ivdep
-#endif
+    KESTRANE_INDEPENDENT_LOOP
     for (std::size_t k = 0; k < count; ++k) sum[k] += mx * x[k] + my * y[k] + mz * z[k];
   }
 }

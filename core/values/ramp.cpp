@@ -9,6 +9,7 @@
 
 #include "core/base/errors.h"
 #include "core/base/hash.h"
+#include "core/base/independent_loop.h"
 #include "core/base/json.h"
 #include "core/base/lanes.h"
 #include "core/base/text.h"
@@ -110,17 +111,13 @@ KESTRANE_WIDE void Ramp::evaluateSideBySide(std::span<const float> places,
   for (std::size_t k = 0; k < segments_.size(); ++k) {
     const Segment segment = segments_[k];
     const float from = keys_[k].position;
-#if defined(__GNUC__)
-#pragma GCC ivdep
-#endif
+    KESTRANE_INDEPENDENT_LOOP
     for (std::size_t i = 0; i < places.size(); ++i) {
       const float value = segment.at(t[i]);
       out[i] = (t[i] > first.position) & (t[i] >= from) ? value : out[i];
     }
   }
-#if defined(__GNUC__)
-#pragma GCC ivdep
-#endif
+  KESTRANE_INDEPENDENT_LOOP
   for (std::size_t i = 0; i < places.size(); ++i) {
     out[i] = (t[i] > first.position) & (t[i] >= last.position) ? last.value : out[i];
   }
